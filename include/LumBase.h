@@ -1,0 +1,18 @@
+/* LumBase.h — the umbrella header: includes every public module header.
+ * Part of LumBase; MIT licence. */
+#ifndef LUMBASE_H
+#define LUMBASE_H
+
+#include <LumBase/LUMBase.h>
+#include <LumBase/LUMType.h>
+#include <LumBase/LUMAllocator.h>
+#include <LumBase/LUMNull.h>
+#include <LumBase/LUMBoolean.h>
+#include <LumBase/LUMString.h>
+#include <LumBase/LUMArray.h>
+#include <LumBase/LUMDictionary.h>
+#include <LumBase/LUMData.h>
+#include <LumBase/LUMAutoreleasePool.h>
+#include <LumBase/LUMAbsoluteTime.h>
+
+#endif

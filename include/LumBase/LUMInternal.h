@@ -1,0 +1,137 @@
+/* LUMInternal.h — what LumBase's modules export to each other: the object
+ * header and class record, class registration, assertions and fatal errors,
+ * the memory helpers and each module's start function. Installed so that
+ * tests and tools can use it; applications should not need it.
+ * Part of LumBase; MIT licence. */
+#ifndef LUMBASE_LUMINTERNAL_H
+#define LUMBASE_LUMINTERNAL_H
+
+#include <LumBase/LUMBase.h>
+#include <LumBase/LUMAllocator.h>
+#include <LumBase/LUMString.h>
+
+LUM_EXTERN_C_BEGIN
+
+/* ---- Object header and class record -------------------------------------
+ * Every object starts with this header. magic is 0x1337BABE while the object
+ * is alive and 0xECC84541 once its memory went back to its allocator. A zero
+ * allocator field marks a constant (statically placed) object, which retain
+ * and release leave alone. */
+enum {
+    _kLUMRuntimeMagicAlive = 0x1337BABE,
+    _kLUMRuntimeMagicDead = 0xECC84541
+};
+
+typedef struct {
+    UInt32 magic;
+    LUMAllocatorRef allocator;
+    LUMTypeID typeID;
+    int32_t retainCount;
+} LUMRuntimeBase;
+
+typedef Boolean (*LUMRuntimeInitializeCallBack)(LUMTypeRef obj);
+typedef void (*LUMRuntimeFinalizeCallBack)(LUMTypeRef obj);
+typedef Boolean (*LUMRuntimeEqualCallBack)(LUMTypeRef a, LUMTypeRef b);
+typedef LUMHashCode (*LUMRuntimeHashCallBack)(LUMTypeRef obj);
+typedef LUMStringRef (*LUMRuntimeCopyDescriptionCallBack)(LUMTypeRef obj);
+
+/* The class record each module registers; copied at registration. */
+typedef struct {
+    UInt32 version;                 /* 0 */
+    const char *className;          /* as shown in descriptions */
+    UInt32 instanceSize;            /* bytes of one instance, header included */
+    LUMRuntimeInitializeCallBack initialize;   /* after the header is set; false fails creation */
+    LUMRuntimeFinalizeCallBack finalize;       /* when the count drops to 0 */
+    LUMRuntimeEqualCallBack equal;             /* only for distinct objects of one class */
+    LUMRuntimeHashCallBack hash;
+    LUMRuntimeCopyDescriptionCallBack copyDescription;
+} LUMRuntimeClass;
+
+/* Appends a copy of cls to the class table and returns its new (1-based) ID. */
+LUM_EXPORT LUMTypeID _LUMTypeRegisterClass(const LUMRuntimeClass *cls);
+/* The record for id, or NULL for 0 and unknown IDs. */
+LUM_EXPORT const LUMRuntimeClass *_LUMTypeGetClassByID(LUMTypeID id);
+/* The class of a live object, or NULL for NULL and dead objects. */
+LUM_EXPORT const LUMRuntimeClass *_LUMTypeGetClass(LUMTypeRef obj);
+/* False for NULL and dead objects; true for id 0 (any class), else only when
+ * the object's class is id. */
+LUM_EXPORT Boolean _LUMTypeCheckValid(LUMTypeRef obj, LUMTypeID id);
+/* A zeroed, initialised instance with retain count 1, or NULL. */
+LUM_EXPORT LUMTypeRef _LUMTypeCreateInstance(LUMAllocatorRef allocator, LUMTypeID id);
+/* Initialises caller memory as an object (for static objects and for
+ * allocators that allocate themselves). */
+LUM_EXPORT Boolean _LUMTypeInitializeInstance(LUMTypeRef memory, LUMAllocatorRef allocator, LUMTypeID id);
+
+/* ---- Assertions, fatal errors, backtraces ------------------------------- */
+
+/* Returns when condition is true; otherwise prints the assertion frame with
+ * a backtrace on standard output and exits with status 1. */
+LUM_EXPORT void _LUMAssert(const char *function, const char *file, int line, Boolean condition, const char *conditionText);
+/* Prints the fatal-error frame with the message (a C printf format, cut to
+ * 1000 bytes) and a backtrace, then exits with status 1. */
+LUM_EXPORT LUM_NORETURN void _LUMFatal(const char *function, const char *file, int line, const char *format, ...) LUM_FORMAT_CHECK(4, 5);
+/* Prints the run loop's current object and up to 32 return addresses. */
+LUM_EXPORT void _LUMPrintBacktrace(void);
+
+/* ---- Memory and C-string helpers ---------------------------------------- */
+
+/* Copies at most size - 1 bytes and always ends dst with a NUL. */
+LUM_EXPORT char *_LUMCopyString(char *dst, const char *src, size_t size);
+LUM_EXPORT void _LUMZeroMemory(void *p, size_t n);
+LUM_EXPORT void _LUMMoveMemory(void *dst, const void *src, size_t n);
+/* True exactly when the n bytes are equal (true for n == 0). */
+LUM_EXPORT Boolean _LUMCompareMemory(const void *a, const void *b, size_t n);
+
+/* ---- Allocators ---------------------------------------------------------- */
+
+/* Owns the statically placed objects; deallocating through it halts. */
+LUM_EXPORT extern const LUMAllocatorRef _kLUMAllocatorConstant;
+/* The C heap's operations, as the malloc allocator's callbacks. */
+LUM_EXPORT void *_LUMAllocatorAllocateMalloc(UInt32 size, LUMOptionFlags hint, void *info);
+LUM_EXPORT void *_LUMAllocatorReallocateMalloc(void *ptr, UInt32 newSize, LUMOptionFlags hint, void *info);
+LUM_EXPORT void _LUMAllocatorDeallocateMalloc(void *ptr, void *info);
+LUM_EXPORT LUMIndex _LUMAllocatorPreferredSizeMalloc(UInt32 size, LUMOptionFlags hint, void *info);
+
+/* ---- Strings -------------------------------------------------------------- */
+
+enum {
+    _kLUMStringBufferTypeCString = 1,     /* NUL-terminated UTF-8 bytes */
+    _kLUMStringBufferTypeUniCharString = 2 /* array of UTF-16 units */
+};
+
+/* The string record, public here so that static constant strings can be
+ * placed in memory the caller owns. */
+struct __LUMString {
+    LUMRuntimeBase base;
+    void *buffer;
+    int32_t bufferType;
+    LUMIndex length;             /* in UTF-16 units */
+    int32_t capacity;            /* units; mutable strings only */
+    LUMStringEncoding encoding;  /* of a byte buffer; 0 for units */
+    LUMAllocatorRef contentsDeallocator;
+    uint8_t isMutable;
+};
+
+/* Makes static memory a constant string over cStr (which must outlive it). */
+LUM_EXPORT void _LUMStringInitializeConstantInstance(struct __LUMString *str, const char *cStr);
+
+/* ---- Module start functions, called by LUMInitialize in this order ------ */
+
+LUM_EXPORT Boolean _LUMTypeInitializeModule(void);
+LUM_EXPORT Boolean _LUMAbsoluteTimeInitializeModule(void);
+LUM_EXPORT Boolean _LUMAllocatorInitializeModule(void);
+LUM_EXPORT Boolean _LUMStringInitializeModule(void);
+LUM_EXPORT Boolean _LUMNullInitializeModule(void);
+LUM_EXPORT Boolean _LUMBooleanInitializeModule(void);
+LUM_EXPORT Boolean _LUMArrayInitializeModule(void);
+LUM_EXPORT Boolean _LUMDictionaryInitializeModule(void);
+LUM_EXPORT Boolean _LUMDataInitializeModule(void);
+/* Not called by LUMInitialize: pools register their class on first use. */
+LUM_EXPORT Boolean _LUMAutoreleasePoolInitializeModule(void);
+
+/* The object the run loop is handling right now, or NULL. */
+LUM_EXPORT LUMTypeRef _LUMRunLoopGetCurrentObject(void);
+
+LUM_EXTERN_C_END
+
+#endif

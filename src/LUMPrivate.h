@@ -1,0 +1,107 @@
+/* LUMPrivate.h — C++ helpers shared by LumBase's modules: assertion macros,
+ * class registration, growth by doubling and scoped temporary buffers.
+ * Part of LumBase; MIT licence. Never installed. */
+#ifndef LUMBASE_SRC_LUMPRIVATE_H
+#define LUMBASE_SRC_LUMPRIVATE_H
+
+#include <LumBase/LUMInternal.h>
+#include <LumBase/LUMType.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <type_traits>
+
+#define LUM_COUNTOF(array) (static_cast<LUMIndex>(sizeof(array) / sizeof((array)[0])))
+
+/* Each module defines LUM_SOURCE_FILE ("src/LUMString" and so on) before
+ * including this header; assertion frames name it. The condition text is the
+ * condition as written, so keep the spelling of checks stable. */
+#define LUM_ASSERT(condition) \
+    _LUMAssert(__func__, LUM_SOURCE_FILE, __LINE__, (condition) ? 1 : 0, #condition)
+/* For checks whose reported line is part of the library's documented output. */
+#define LUM_ASSERT_AT(line, condition) \
+    _LUMAssert(__func__, LUM_SOURCE_FILE, (line), (condition) ? 1 : 0, #condition)
+/* A check whose reported condition text differs from the C expression. */
+#define LUM_ASSERT_TEXT(condition, text) \
+    _LUMAssert(__func__, LUM_SOURCE_FILE, __LINE__, (condition) ? 1 : 0, text)
+#define LUM_ASSERT_TEXT_AT(line, condition, text) \
+    _LUMAssert(__func__, LUM_SOURCE_FILE, (line), (condition) ? 1 : 0, text)
+#define LUM_FATAL_AT(line, ...) _LUMFatal(__func__, LUM_SOURCE_FILE, (line), __VA_ARGS__)
+
+namespace lum {
+
+/* The object behind a reference, for a module that owns the layout. */
+template <typename T>
+inline T *object(LUMTypeRef ref) { return static_cast<T *>(const_cast<void *>(ref)); }
+
+/* Registers a class the first time its get-type-ID function runs. */
+inline LUMTypeID registerClassOnce(LUMTypeID &typeID, const LUMRuntimeClass &cls)
+{
+    if (typeID == 0) typeID = _LUMTypeRegisterClass(&cls);
+    return typeID;
+}
+
+/* Growth by doubling: the smallest capacity * 2^k that is not less than
+ * needed. Containers whose block may be empty pass startFromOne, so that a
+ * capacity of 0 grows to 1 and doubles from there instead of never growing. */
+template <typename I>
+constexpr I doubledCapacity(I capacity, I needed, bool startFromOne = true)
+{
+    static_assert(std::is_integral_v<I>);
+    if (capacity >= needed) return capacity;
+    if (capacity <= 0) {
+        if (!startFromOne) return capacity;
+        capacity = 1;
+    }
+    while (capacity < needed) capacity *= 2;
+    return capacity;
+}
+static_assert(doubledCapacity(32, 33) == 64);
+static_assert(doubledCapacity(10, 11) == 20);
+static_assert(doubledCapacity(0, 3) == 4);
+static_assert(doubledCapacity(0, 3, false) == 0);
+
+/* A temporary buffer of count elements: inside the object up to StackCount
+ * elements, from the C heap above that; given back when the scope ends. */
+template <typename T, size_t StackCount>
+class TempBuffer {
+public:
+    explicit TempBuffer(size_t count)
+        : data_(count <= StackCount ? stack_ : static_cast<T *>(std::malloc(count * sizeof(T) + 1))) {}
+    ~TempBuffer() { if (data_ != stack_) std::free(data_); }
+    TempBuffer(const TempBuffer &) = delete;
+    TempBuffer &operator=(const TempBuffer &) = delete;
+    T *get() { return data_; }
+    bool onHeap() const { return data_ != stack_; }
+private:
+    T stack_[StackCount];
+    T *data_;
+};
+
+/* Container element rules: a NULL value never reaches retain or release.
+ * Array callbacks take the container's allocator first; pass it as `leading`. */
+template <typename Fn, typename... Leading>
+inline const void *retainElement(Fn retain, const void *value, Leading... leading)
+{
+    return (value != nullptr && retain != nullptr) ? retain(leading..., value) : value;
+}
+template <typename Fn, typename... Leading>
+inline void releaseElement(Fn release, const void *value, Leading... leading)
+{
+    if (value != nullptr && release != nullptr) release(leading..., value);
+}
+
+/* Values compare equal when identical, else through equal when both exist. */
+template <typename Equal>
+inline bool elementsEqual(Equal equal, const void *a, const void *b)
+{
+    if (a == b) return true;
+    if (a == nullptr || b == nullptr || equal == nullptr) return false;
+    return equal(a, b) != 0;
+}
+
+} // namespace lum
+
+#endif

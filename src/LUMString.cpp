@@ -1,0 +1,1079 @@
+/* LUMString.cpp — string objects: the two storage forms, the UTF-8 codec,
+ * creation, access, the inline buffer, hashing, equality, constant strings,
+ * the formatting engine, editing, search, comparison and conversion.
+ * Part of LumBase; MIT licence.
+ *
+ * Invariants: a string is a sequence of UTF-16 units. The byte form
+ * (bufferType 1) keeps NUL-terminated UTF-8 and its length is the number of
+ * units the decoder yields; the unit form (bufferType 2) keeps an array of
+ * units. A mutable string always has the unit form and length <= capacity;
+ * its unit array grows by doubling through the string's own allocator and
+ * never shrinks. contentsDeallocator (retained) receives the buffer at
+ * finalisation. */
+#define LUM_SOURCE_FILE "src/LUMString"
+#include "LUMStringPrivate.h"
+
+#include <LumBase/LUMArray.h>
+#include <LumBase/LUMData.h>
+#include <LumBase/LUMDictionary.h>
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace {
+
+LUMTypeID __kLUMStringTypeID = 0;
+LUMMutableDictionaryRef __constStringDictionary = nullptr;
+
+constexpr int32_t kMutableInitialCapacity = 32;
+
+Boolean __LUMStringInitializeInstance(LUMTypeRef obj);
+void __LUMStringFinalizeInstance(LUMTypeRef obj);
+Boolean __LUMStringEqual(LUMTypeRef a, LUMTypeRef b);
+LUMHashCode __LUMStringHash(LUMTypeRef obj);
+LUMStringRef __LUMStringCopyDescription(LUMTypeRef obj);
+
+constexpr LUMRuntimeClass __kLUMStringTypeClass = {
+    0, "LUMString", sizeof(__LUMString), __LUMStringInitializeInstance, __LUMStringFinalizeInstance,
+    __LUMStringEqual, __LUMStringHash, __LUMStringCopyDescription,
+};
+
+__LUMString *stringObject(LUMStringRef str) { return lum::object<__LUMString>(str); }
+
+const UInt8 *bytesOf(const __LUMString *ptr) { return static_cast<const UInt8 *>(ptr->buffer); }
+const UniChar *unitsOf(const __LUMString *ptr) { return static_cast<const UniChar *>(ptr->buffer); }
+UniChar *unitsOf(__LUMString *ptr) { return static_cast<UniChar *>(ptr->buffer); }
+
+[[noreturn]] void unexpectedBufferType(const char *function)
+{
+    _LUMFatal(function, LUM_SOURCE_FILE, __LINE__, "Unexpected string buffer type");
+}
+
+bool hasKnownBufferType(const __LUMString *ptr)
+{
+    return ptr->bufferType == _kLUMStringBufferTypeCString || ptr->bufferType == _kLUMStringBufferTypeUniCharString;
+}
+
+/* ---- UTF-8 codec --------------------------------------------------------- */
+
+UniChar __LUMStringDecodeUTF8Sequence(const UInt8 *bytes, LUMIndex *index) { return lum::decodeUTF8(bytes, *index); }
+
+/* Units below 0x80 take one byte, below 0x800 two, all others (surrogates
+ * included, so a pair becomes two three-byte sequences) three. */
+void __LUMStringEncodeUTF8Sequence(UniChar unit, UInt8 *bytes, LUMIndex *index)
+{
+    LUMIndex i = *index;
+    if (unit < 0x80) {
+        bytes[i++] = static_cast<UInt8>(unit);
+    } else if (unit < 0x800) {
+        bytes[i++] = static_cast<UInt8>(0xC0 | (unit >> 6));
+        bytes[i++] = static_cast<UInt8>(0x80 | (unit & 0x3F));
+    } else {
+        bytes[i++] = static_cast<UInt8>(0xE0 | (unit >> 12));
+        bytes[i++] = static_cast<UInt8>(0x80 | ((unit >> 6) & 0x3F));
+        bytes[i++] = static_cast<UInt8>(0x80 | (unit & 0x3F));
+    }
+    *index = i;
+}
+
+LUMIndex encodedSize(UniChar unit) { return unit < 0x80 ? 1 : (unit < 0x800 ? 2 : 3); }
+
+LUMIndex decodedLength(const UInt8 *bytes)
+{
+    LUMIndex length = 0;
+    LUMIndex index = 0;
+    while (bytes[index] != 0) {
+        __LUMStringDecodeUTF8Sequence(bytes, &index);
+        length++;
+    }
+    return length;
+}
+
+/* Sequential reader over any string; byte-form strings are decoded in runs. */
+class CharacterReader {
+public:
+    CharacterReader(LUMStringRef str, LUMRange range) { LUMStringInitInlineBuffer(str, &buffer_, range); }
+    explicit CharacterReader(LUMStringRef str) : CharacterReader(str, LUMRangeMake(0, LUMStringGetLength(str))) {}
+    UniChar operator[](LUMIndex idx) { return LUMStringGetCharacterFromInlineBuffer(&buffer_, idx); }
+    LUMIndex length() const { return buffer_.rangeToBuffer.length; }
+private:
+    LUMStringInlineBuffer buffer_;
+};
+
+/* ---- Class callbacks ----------------------------------------------------- */
+
+Boolean __LUMStringInitializeInstance(LUMTypeRef obj)
+{
+    __LUMString *ptr = lum::object<__LUMString>(obj);
+    ptr->buffer = nullptr;
+    ptr->bufferType = 0;
+    ptr->length = 0;
+    ptr->capacity = 0;
+    ptr->encoding = 0;
+    ptr->contentsDeallocator = nullptr;
+    ptr->isMutable = 0;
+    return true;
+}
+
+void __LUMStringFinalizeInstance(LUMTypeRef obj)
+{
+    __LUMString *ptr = lum::object<__LUMString>(obj);
+    if (ptr->buffer != nullptr) LUMAllocatorDeallocate(ptr->contentsDeallocator, ptr->buffer);
+    ptr->buffer = nullptr;
+    LUMRelease(ptr->contentsDeallocator);
+}
+
+Boolean __LUMStringEqual(LUMTypeRef a, LUMTypeRef b)
+{
+    const __LUMString *first = lum::object<__LUMString>(a);
+    const __LUMString *second = lum::object<__LUMString>(b);
+    if (!hasKnownBufferType(first) || !hasKnownBufferType(second)) unexpectedBufferType("__LUMStringEqual");
+    if (first->length != second->length) return false;
+    CharacterReader x(static_cast<LUMStringRef>(a)), y(static_cast<LUMStringRef>(b));
+    for (LUMIndex i = 0; i < first->length; i++) {
+        if (x[i] != y[i]) return false;
+    }
+    return true;
+}
+
+/* h = length, then h = h * 13 + unit for every unit (unsigned 32-bit). */
+LUMHashCode hashUnits(LUMHashCode length, CharacterReader &reader)
+{
+    LUMHashCode h = length;
+    for (LUMIndex i = 0; i < static_cast<LUMIndex>(length); i++) h = h * 13 + reader[i];
+    return h;
+}
+
+LUMHashCode __LUMStringHash(LUMTypeRef obj)
+{
+    const __LUMString *ptr = lum::object<__LUMString>(obj);
+    if (!hasKnownBufferType(ptr)) unexpectedBufferType("__LUMStringHash");
+    CharacterReader reader(static_cast<LUMStringRef>(obj));
+    return hashUnits(static_cast<LUMHashCode>(ptr->length), reader);
+}
+
+LUMStringRef __LUMStringCopyDescription(LUMTypeRef obj)
+{
+    return LUMStringCreateCopy(LUMGetAllocator(obj), static_cast<LUMStringRef>(obj));
+}
+
+/* Keys of the constant-string table are the callers' C strings. */
+Boolean __LUMStringEqualCString(const void *a, const void *b)
+{
+    if (a == b) return true;
+    if (a == nullptr || b == nullptr) return false;
+    return strcmp(static_cast<const char *>(a), static_cast<const char *>(b)) == 0;
+}
+
+/* The same value as the string hash of the decoded text. */
+LUMHashCode __LUMStringHashCString(const void *cStr)
+{
+    const UInt8 *bytes = static_cast<const UInt8 *>(cStr);
+    LUMHashCode h = static_cast<LUMHashCode>(decodedLength(bytes));
+    LUMIndex index = 0;
+    while (bytes[index] != 0) h = h * 13 + __LUMStringDecodeUTF8Sequence(bytes, &index);
+    return h;
+}
+
+constexpr LUMDictionaryKeyCallBacks __kLUMCStringDictionaryKeyCallBacks = {
+    0, nullptr, nullptr, nullptr, __LUMStringEqualCString, __LUMStringHashCString,
+};
+
+/* ---- Creation helpers ---------------------------------------------------- */
+
+__LUMString *createInstance(LUMAllocatorRef allocator)
+{
+    return lum::object<__LUMString>(_LUMTypeCreateInstance(allocator, LUMStringGetTypeID()));
+}
+
+LUMAllocatorRef resolvedAllocator(LUMAllocatorRef allocator)
+{
+    return allocator != nullptr ? allocator : LUMAllocatorGetDefault();
+}
+
+/* ---- Growth and appending ------------------------------------------------ */
+
+void __LUMStringEnsureLength(__LUMString *ptr, LUMIndex needed)
+{
+    LUM_ASSERT(ptr->isMutable);
+    LUM_ASSERT(ptr->bufferType == _kLUMStringBufferTypeUniCharString);
+    if (ptr->capacity >= needed) return;
+    ptr->capacity = lum::doubledCapacity(ptr->capacity, needed);
+    ptr->buffer = LUMAllocatorReallocate(LUMGetAllocator(ptr), ptr->buffer,
+                                         static_cast<LUMIndex>(ptr->capacity * sizeof(UniChar)), 0);
+}
+
+void __LUMStringAppendCharacter(__LUMString *ptr, UniChar unit)
+{
+    LUM_ASSERT(ptr->isMutable);
+    LUM_ASSERT(ptr->bufferType == _kLUMStringBufferTypeUniCharString);
+    __LUMStringEnsureLength(ptr, ptr->length + 1);
+    unitsOf(ptr)[ptr->length++] = unit;
+}
+
+} // namespace
+
+
+LUMTypeID LUMStringGetTypeID(void)
+{
+    if (__kLUMStringTypeID == 0) {
+        __kLUMStringTypeID = _LUMTypeRegisterClass(&__kLUMStringTypeClass);
+        LUM_ASSERT(__kLUMStringTypeID == 2);
+    }
+    return __kLUMStringTypeID;
+}
+
+Boolean _LUMStringInitializeModule(void)
+{
+    __constStringDictionary = LUMDictionaryCreateMutable(_kLUMAllocatorConstant, 10, &__kLUMCStringDictionaryKeyCallBacks,
+                                                         &kLUMTypeDictionaryValueCallBacks);
+    return __constStringDictionary != nullptr;
+}
+
+void _LUMStringInitializeConstantInstance(struct __LUMString *str, const char *cStr)
+{
+    _LUMTypeInitializeInstance(str, _kLUMAllocatorConstant, LUMStringGetTypeID());
+    str->buffer = const_cast<char *>(cStr);
+    str->bufferType = _kLUMStringBufferTypeCString;
+    str->length = decodedLength(reinterpret_cast<const UInt8 *>(cStr));
+    str->encoding = kLUMStringEncodingUTF8;
+    str->capacity = 0;
+    str->contentsDeallocator = static_cast<LUMAllocatorRef>(LUMRetain(kLUMAllocatorNull));
+    str->isMutable = 0;
+}
+
+LUMStringRef LUMSTR(const char *cStr)
+{
+    const void *existing = LUMDictionaryGetValue(__constStringDictionary, cStr);
+    if (existing != nullptr) return static_cast<LUMStringRef>(existing);
+    LUMStringRef created = LUMStringCreateWithCStringNoCopy(_kLUMAllocatorConstant, cStr, kLUMStringEncodingUTF8, kLUMAllocatorNull);
+    LUMDictionarySetValue(__constStringDictionary, cStr, created);
+    return created;
+}
+
+/* ---- Creation -------------------------------------------------------------- */
+
+LUMStringRef LUMStringCreateWithCStringNoCopy(LUMAllocatorRef allocator, const char *cStr, LUMStringEncoding encoding,
+                                              LUMAllocatorRef contentsDeallocator)
+{
+    __LUMString *ptr = createInstance(allocator);
+    if (ptr == nullptr) return nullptr;
+    ptr->buffer = const_cast<char *>(cStr);
+    ptr->bufferType = _kLUMStringBufferTypeCString;
+    ptr->length = decodedLength(reinterpret_cast<const UInt8 *>(cStr));
+    ptr->encoding = encoding;
+    ptr->contentsDeallocator = static_cast<LUMAllocatorRef>(LUMRetain(contentsDeallocator));
+    return ptr;
+}
+
+LUMStringRef LUMStringCreateWithBytes(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex numBytes, LUMStringEncoding encoding)
+{
+    allocator = resolvedAllocator(allocator);
+    char *copy = static_cast<char *>(LUMAllocatorAllocate(allocator, numBytes + 1, 0));
+    if (numBytes > 0) memcpy(copy, bytes, static_cast<size_t>(numBytes));
+    copy[numBytes] = '\0';
+    return LUMStringCreateWithCStringNoCopy(allocator, copy, encoding, allocator);
+}
+
+LUMStringRef LUMStringCreateWithCString(LUMAllocatorRef allocator, const char *cStr, LUMStringEncoding encoding)
+{
+    return LUMStringCreateWithBytes(allocator, reinterpret_cast<const UInt8 *>(cStr), static_cast<LUMIndex>(strlen(cStr)), encoding);
+}
+
+LUMStringRef LUMStringCreateWithBytesNoCopy(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex numBytes,
+                                            LUMStringEncoding encoding, Boolean isExternalRepresentation,
+                                            LUMAllocatorRef contentsDeallocator)
+{
+    // The bytes are copied all the same; the caller's block is handed to its
+    // deallocator right away, as a NoCopy caller expects to give it up.
+    LUMStringRef str = LUMStringCreateWithBytes(allocator, bytes, numBytes, encoding);
+    if (contentsDeallocator != nullptr) LUMAllocatorDeallocate(contentsDeallocator, const_cast<UInt8 *>(bytes));
+    return str;
+}
+
+LUMStringRef LUMStringCreateFromExternalRepresentation(LUMAllocatorRef allocator, LUMDataRef data, LUMStringEncoding encoding)
+{
+    return LUMStringCreateWithBytes(allocator, LUMDataGetBytePtr(data), LUMDataGetLength(data), encoding);
+}
+
+LUMStringRef LUMStringCreateWithFileSystemRepresentation(LUMAllocatorRef allocator, const char *buffer)
+{
+    LUM_ASSERT(((allocator) == NULL) || _LUMTypeCheckValid(allocator, LUMAllocatorGetTypeID()));
+    LUM_ASSERT(buffer != NULL);
+    return LUMStringCreateWithCString(allocator, buffer, kLUMStringEncodingUTF8);
+}
+
+LUMStringRef LUMStringCreateWithCharactersNoCopy(LUMAllocatorRef allocator, const UniChar *chars, LUMIndex numChars,
+                                                 LUMAllocatorRef contentsDeallocator)
+{
+    __LUMString *ptr = createInstance(allocator);
+    if (ptr == nullptr) return nullptr;
+    ptr->buffer = const_cast<UniChar *>(chars);
+    ptr->bufferType = _kLUMStringBufferTypeUniCharString;
+    ptr->length = numChars;
+    ptr->contentsDeallocator = static_cast<LUMAllocatorRef>(LUMRetain(contentsDeallocator));
+    return ptr;
+}
+
+LUMStringRef LUMStringCreateWithCharacters(LUMAllocatorRef allocator, const UniChar *chars, LUMIndex numChars)
+{
+    allocator = resolvedAllocator(allocator);
+    // One unit more than needed so that an empty string still owns a block.
+    UniChar *copy = static_cast<UniChar *>(LUMAllocatorAllocate(allocator, static_cast<LUMIndex>((numChars + 1) * sizeof(UniChar)), 0));
+    if (numChars > 0) memcpy(copy, chars, static_cast<size_t>(numChars) * sizeof(UniChar));
+    return LUMStringCreateWithCharactersNoCopy(allocator, copy, numChars, allocator);
+}
+
+LUMStringRef LUMStringCreateWithSubstring(LUMAllocatorRef allocator, LUMStringRef str, LUMRange range)
+{
+    const __LUMString *string = stringObject(str);
+    LUM_ASSERT(range.location >= 0);
+    LUM_ASSERT(range.length >= 0);
+    LUM_ASSERT((range.location + range.length) <= string->length);
+    lum::TempBuffer<UniChar, 256> units(static_cast<size_t>(range.length));
+    LUMStringGetCharacters(str, range, units.get());
+    return LUMStringCreateWithCharacters(allocator, units.get(), range.length);
+}
+
+LUMStringRef LUMStringCreateCopy(LUMAllocatorRef allocator, LUMStringRef str)
+{
+    const __LUMString *ptr = stringObject(str);
+    // A NULL allocator never equals a real one, so it always copies.
+    if (!ptr->isMutable && allocator == LUMGetAllocator(str)) return static_cast<LUMStringRef>(LUMRetain(str));
+    switch (ptr->bufferType) {
+    case _kLUMStringBufferTypeUniCharString:
+        return LUMStringCreateWithCharacters(allocator, unitsOf(ptr), ptr->length);
+    case _kLUMStringBufferTypeCString:
+        return LUMStringCreateWithCString(allocator, static_cast<const char *>(ptr->buffer), ptr->encoding);
+    default:
+        unexpectedBufferType("LUMStringCreateCopy");
+    }
+}
+
+LUMMutableStringRef LUMStringCreateMutable(LUMAllocatorRef allocator, LUMIndex maxLength)
+{
+    LUM_ASSERT(maxLength == 0);
+    allocator = resolvedAllocator(allocator);
+    void *units = LUMAllocatorAllocate(allocator, kMutableInitialCapacity * sizeof(UniChar), 0);
+    if (units == nullptr) return nullptr;
+    __LUMString *ptr = createInstance(allocator);
+    if (ptr == nullptr) {
+        LUMAllocatorDeallocate(allocator, units);
+        return nullptr;
+    }
+    ptr->buffer = units;
+    ptr->bufferType = _kLUMStringBufferTypeUniCharString;
+    ptr->capacity = kMutableInitialCapacity;
+    ptr->contentsDeallocator = static_cast<LUMAllocatorRef>(LUMRetain(allocator));
+    ptr->isMutable = 1;
+    return ptr;
+}
+
+LUMMutableStringRef LUMStringCreateMutableCopy(LUMAllocatorRef allocator, LUMIndex maxLength, LUMStringRef str)
+{
+    LUM_ASSERT(maxLength == 0);
+    allocator = resolvedAllocator(allocator);
+    const __LUMString *source = stringObject(str);
+    int32_t capacity = source->capacity < kMutableInitialCapacity ? kMutableInitialCapacity : source->capacity;
+    void *units = LUMAllocatorAllocate(allocator, static_cast<LUMIndex>(capacity * sizeof(UniChar)), 0);
+    __LUMString *ptr = createInstance(allocator);
+    if (ptr == nullptr) {
+        LUMAllocatorDeallocate(allocator, units);
+        return nullptr;
+    }
+    ptr->buffer = units;
+    ptr->bufferType = _kLUMStringBufferTypeUniCharString;
+    ptr->capacity = capacity;
+    ptr->contentsDeallocator = static_cast<LUMAllocatorRef>(LUMRetain(allocator));
+    ptr->isMutable = 1;
+    LUMStringAppend(ptr, str);
+    return ptr;
+}
+
+/* ---- Access -------------------------------------------------------------- */
+
+LUMIndex LUMStringGetLength(LUMStringRef str)
+{
+    const __LUMString *ptr = stringObject(str);
+    LUM_ASSERT(_LUMTypeCheckValid(ptr, LUMStringGetTypeID()));
+    return ptr->length;
+}
+
+const UniChar *LUMStringGetCharactersPtr(LUMStringRef str)
+{
+    const __LUMString *ptr = stringObject(str);
+    return ptr->bufferType == _kLUMStringBufferTypeUniCharString ? unitsOf(ptr) : nullptr;
+}
+
+const char *LUMStringGetCStringPtr(LUMStringRef str, LUMStringEncoding encoding)
+{
+    const __LUMString *ptr = stringObject(str);
+    if (ptr->bufferType == _kLUMStringBufferTypeCString && ptr->encoding == encoding)
+        return static_cast<const char *>(ptr->buffer);
+    return nullptr;
+}
+
+void LUMStringGetCharacters(LUMStringRef str, LUMRange range, UniChar *buffer)
+{
+    const __LUMString *ptr = stringObject(str);
+    LUM_ASSERT(range.location >= 0);
+    LUM_ASSERT(range.length >= 0);
+    LUM_ASSERT((range.location + range.length) <= ptr->length);
+    switch (ptr->bufferType) {
+    case _kLUMStringBufferTypeUniCharString:
+        if (range.length > 0) memcpy(buffer, unitsOf(ptr) + range.location, static_cast<size_t>(range.length) * sizeof(UniChar));
+        return;
+    case _kLUMStringBufferTypeCString: {
+        const UInt8 *bytes = bytesOf(ptr);
+        LUMIndex index = 0;
+        for (LUMIndex i = 0; i < range.location; i++) __LUMStringDecodeUTF8Sequence(bytes, &index);
+        for (LUMIndex i = 0; i < range.length; i++) buffer[i] = __LUMStringDecodeUTF8Sequence(bytes, &index);
+        return;
+    }
+    default:
+        unexpectedBufferType("LUMStringGetCharacters");
+    }
+}
+
+Boolean LUMStringGetCString(LUMStringRef str, char *buffer, LUMIndex bufferSize, LUMStringEncoding encoding)
+{
+    LUM_ASSERT(encoding == kLUMStringEncodingUTF8);
+    CharacterReader reader(str);
+    LUMIndex written = 0;
+    UInt8 *out = reinterpret_cast<UInt8 *>(buffer);
+    for (LUMIndex i = 0; i < reader.length(); i++) {
+        UniChar unit = reader[i];
+        // Each character must leave two bytes free: one for the NUL and one
+        // deliberate byte of reserve.
+        if (written + encodedSize(unit) >= bufferSize - 1) {
+            if (bufferSize > written) buffer[written] = '\0';
+            return false;
+        }
+        __LUMStringEncodeUTF8Sequence(unit, out, &written);
+    }
+    buffer[written] = '\0';
+    return true;
+}
+
+Boolean LUMStringGetFileSystemRepresentation(LUMStringRef str, char *buffer, LUMIndex maxBufLen)
+{
+    return LUMStringGetCString(str, buffer, maxBufLen, kLUMStringEncodingUTF8);
+}
+
+LUMIndex LUMStringGetMaximumSizeForEncoding(LUMIndex length, LUMStringEncoding encoding)
+{
+    LUM_ASSERT(encoding == kLUMStringEncodingUTF8);
+    return length * 3;
+}
+
+LUMIndex LUMStringGetMaximumSizeOfFileSystemRepresentation(LUMStringRef str)
+{
+    return LUMStringGetLength(str) * 3 + 1;
+}
+
+LUMDataRef LUMStringCreateExternalRepresentation(LUMAllocatorRef allocator, LUMStringRef str, LUMStringEncoding encoding, UInt8 lossByte)
+{
+    LUMMutableDataRef data = LUMDataCreateMutable(allocator, 0);
+    CharacterReader reader(str);
+    for (LUMIndex i = 0; i < reader.length(); i++) {
+        UInt8 bytes[3];
+        LUMIndex count = 0;
+        __LUMStringEncodeUTF8Sequence(reader[i], bytes, &count);
+        LUMDataAppendBytes(data, bytes, count);
+    }
+    return data;
+}
+
+void LUMStringInitInlineBuffer(LUMStringRef str, LUMStringInlineBuffer *buf, LUMRange range)
+{
+    const __LUMString *ptr = stringObject(str);
+    LUM_ASSERT(range.location >= 0);
+    LUM_ASSERT(range.length >= 0);
+    LUM_ASSERT_TEXT((range.location + range.length) <= ptr->length, "(range.location + range.length) <= str->length");
+    buf->theString = str;
+    buf->directBuffer = LUMStringGetCharactersPtr(str);
+    buf->rangeToBuffer = range;
+    buf->bufferedRangeStart = 0;
+    buf->bufferedRangeEnd = 0;
+}
+
+UniChar LUMStringGetCharacterFromInlineBuffer(LUMStringInlineBuffer *buf, LUMIndex idx)
+{
+    if (idx < 0 || idx >= buf->rangeToBuffer.length) return 0;
+    if (buf->directBuffer != nullptr) return buf->directBuffer[buf->rangeToBuffer.location + idx];
+    if (idx >= buf->bufferedRangeStart && idx < buf->bufferedRangeEnd) return buf->buffer[idx - buf->bufferedRangeStart];
+    // Refill starting a little before idx so that short backward steps hit.
+    constexpr LUMIndex kBackOff = 4;
+    constexpr LUMIndex kCacheUnits = static_cast<LUMIndex>(LUM_COUNTOF(buf->buffer));
+    buf->bufferedRangeStart = idx - kBackOff < 0 ? 0 : idx - kBackOff;
+    buf->bufferedRangeEnd = buf->bufferedRangeStart + kCacheUnits;
+    if (buf->bufferedRangeEnd > buf->rangeToBuffer.length) buf->bufferedRangeEnd = buf->rangeToBuffer.length;
+    LUMStringGetCharacters(buf->theString,
+                           LUMRangeMake(buf->rangeToBuffer.location + buf->bufferedRangeStart,
+                                        buf->bufferedRangeEnd - buf->bufferedRangeStart),
+                           buf->buffer);
+    return buf->buffer[idx - buf->bufferedRangeStart];
+}
+
+/* ---- Editing ------------------------------------------------------------- */
+
+void LUMStringAppendCharacters(LUMMutableStringRef str, const UniChar *chars, LUMIndex numChars)
+{
+    __LUMString *ptr = str;
+    LUM_ASSERT(ptr->isMutable);
+    LUM_ASSERT(ptr->bufferType == _kLUMStringBufferTypeUniCharString);
+    // chars may point into this very string (appending a string to itself);
+    // growing can move the buffer, so remember where they were.
+    const UniChar *own = unitsOf(ptr);
+    bool fromSelf = chars >= own && chars < own + ptr->capacity;
+    ptrdiff_t offset = chars - own;
+    __LUMStringEnsureLength(ptr, ptr->length + numChars);
+    if (fromSelf) chars = unitsOf(ptr) + offset;
+    for (LUMIndex i = 0; i < numChars; i++) __LUMStringAppendCharacter(ptr, chars[i]);
+}
+
+void LUMStringAppendCString(LUMMutableStringRef str, const char *cStr, LUMStringEncoding encoding)
+{
+    __LUMString *ptr = str;
+    LUM_ASSERT(ptr->isMutable);
+    LUM_ASSERT(encoding == kLUMStringEncodingUTF8);
+    const UInt8 *bytes = reinterpret_cast<const UInt8 *>(cStr);
+    LUMIndex index = 0;
+    while (bytes[index] != 0) __LUMStringAppendCharacter(ptr, __LUMStringDecodeUTF8Sequence(bytes, &index));
+}
+
+void LUMStringAppend(LUMMutableStringRef str, LUMStringRef appendedString)
+{
+    const __LUMString *appended = stringObject(appendedString);
+    switch (appended->bufferType) {
+    case _kLUMStringBufferTypeCString:
+        LUMStringAppendCString(str, static_cast<const char *>(appended->buffer), appended->encoding);
+        return;
+    case _kLUMStringBufferTypeUniCharString:
+        LUMStringAppendCharacters(str, unitsOf(appended), appended->length);
+        return;
+    default:
+        unexpectedBufferType("LUMStringAppend");
+    }
+}
+
+void LUMStringDelete(LUMMutableStringRef str, LUMRange range)
+{
+    __LUMString *ptr = str;
+    LUM_ASSERT(ptr->isMutable);
+    LUM_ASSERT(ptr->bufferType == _kLUMStringBufferTypeUniCharString);
+    LUM_ASSERT(range.location >= 0);
+    LUM_ASSERT(range.length >= 0);
+    LUM_ASSERT((range.location + range.length) <= ptr->length);
+    UniChar *units = unitsOf(ptr);
+    LUMIndex tail = ptr->length - range.location - range.length;
+    _LUMMoveMemory(units + range.location, units + range.location + range.length, static_cast<size_t>(tail) * sizeof(UniChar));
+    ptr->length -= range.length;
+}
+
+void LUMStringReplace(LUMMutableStringRef str, LUMRange range, LUMStringRef replacement)
+{
+    __LUMString *ptr = str;
+    LUM_ASSERT(ptr->isMutable);
+    LUM_ASSERT(ptr->bufferType == _kLUMStringBufferTypeUniCharString);
+    LUM_ASSERT(range.location >= 0);
+    LUM_ASSERT(range.length >= 0);
+    LUM_ASSERT((range.location + range.length) <= ptr->length);
+    // Replacing a string's range with the string itself reads from a copy.
+    LUMStringRef source = replacement == str ? LUMStringCreateCopy(kLUMAllocatorSystemDefault, replacement)
+                                             : static_cast<LUMStringRef>(LUMRetain(replacement));
+    LUMIndex replacementLength = LUMStringGetLength(source);
+    LUMIndex newLength = replacementLength + ptr->length - range.length;
+    __LUMStringEnsureLength(ptr, newLength);
+    UniChar *units = unitsOf(ptr);
+    LUMIndex tail = ptr->length - range.location - range.length;
+    _LUMMoveMemory(units + range.location + replacementLength, units + range.location + range.length,
+                   static_cast<size_t>(tail) * sizeof(UniChar));
+    CharacterReader reader(source);
+    for (LUMIndex i = 0; i < replacementLength; i++) units[range.location + i] = reader[i];
+    ptr->length = newLength;
+    LUMRelease(source);
+}
+
+void LUMStringReplaceAll(LUMMutableStringRef str, LUMStringRef replacement)
+{
+    __LUMString *ptr = str;
+    LUM_ASSERT(ptr->isMutable);
+    LUM_ASSERT(ptr->bufferType == _kLUMStringBufferTypeUniCharString);
+    if (replacement == str) return;
+    LUMIndex length = LUMStringGetLength(replacement);
+    __LUMStringEnsureLength(ptr, length);
+    CharacterReader reader(replacement);
+    for (LUMIndex i = 0; i < length; i++) unitsOf(ptr)[i] = reader[i];
+    ptr->length = length;
+}
+
+/* ---- Comparison and search ----------------------------------------------- */
+
+namespace {
+
+UniChar folded(UniChar unit, bool caseInsensitive)
+{
+    return (caseInsensitive && unit >= 'a' && unit <= 'z') ? static_cast<UniChar>(unit - 0x20) : unit;
+}
+
+LUMComparisonResult compareReaders(CharacterReader &a, CharacterReader &b, bool caseInsensitive)
+{
+    LUMIndex common = a.length() < b.length() ? a.length() : b.length();
+    for (LUMIndex i = 0; i < common; i++) {
+        UniChar x = folded(a[i], caseInsensitive), y = folded(b[i], caseInsensitive);
+        if (x != y) return x < y ? kLUMCompareLessThan : kLUMCompareGreaterThan;
+    }
+    if (a.length() == b.length()) return kLUMCompareEqualTo;
+    return a.length() < b.length() ? kLUMCompareLessThan : kLUMCompareGreaterThan;
+}
+
+} // namespace
+
+LUMComparisonResult LUMStringCompareWithOptions(LUMStringRef a, LUMStringRef b, LUMRange rangeOfA, LUMCompareFlags compareOptions)
+{
+    LUM_ASSERT((compareOptions & (~(kLUMCompareCaseInsensitive))) == 0);
+    CharacterReader x(a, rangeOfA), y(b);
+    return compareReaders(x, y, (compareOptions & kLUMCompareCaseInsensitive) != 0);
+}
+
+LUMComparisonResult LUMStringCompare(LUMStringRef a, LUMStringRef b, LUMCompareFlags compareOptions)
+{
+    LUM_ASSERT((compareOptions & (~(kLUMCompareCaseInsensitive))) == 0);
+    CharacterReader x(a), y(b);
+    return compareReaders(x, y, (compareOptions & kLUMCompareCaseInsensitive) != 0);
+}
+
+Boolean LUMStringHasPrefix(LUMStringRef str, LUMStringRef prefix)
+{
+    LUMIndex length = LUMStringGetLength(str), prefixLength = LUMStringGetLength(prefix);
+    if (prefixLength > length) return false;
+    CharacterReader s(str, LUMRangeMake(0, prefixLength)), p(prefix);
+    for (LUMIndex i = 0; i < prefixLength; i++) {
+        if (s[i] != p[i]) return false;
+    }
+    return true;
+}
+
+Boolean LUMStringHasSuffix(LUMStringRef str, LUMStringRef suffix)
+{
+    LUMIndex length = LUMStringGetLength(str), suffixLength = LUMStringGetLength(suffix);
+    if (suffixLength > length) return false;
+    CharacterReader s(str, LUMRangeMake(length - suffixLength, suffixLength)), p(suffix);
+    for (LUMIndex i = 0; i < suffixLength; i++) {
+        if (s[i] != p[i]) return false;
+    }
+    return true;
+}
+
+Boolean LUMStringFindWithOptions(LUMStringRef str, LUMStringRef stringToFind, LUMRange range, LUMCompareFlags compareOptions,
+                                 LUMRange *result)
+{
+    LUM_ASSERT(_LUMTypeCheckValid(str, LUMStringGetTypeID()));
+    LUM_ASSERT(_LUMTypeCheckValid(stringToFind, LUMStringGetTypeID()));
+    LUM_ASSERT(range.location >= 0);
+    LUM_ASSERT(range.length >= 0);
+    LUM_ASSERT((range.location + range.length) <= LUMStringGetLength(str));
+    LUM_ASSERT((compareOptions & (~(kLUMCompareBackwards))) == 0);
+    LUMIndex findLength = LUMStringGetLength(stringToFind);
+    LUMIndex n = range.length - findLength;
+    // A text longer than the range "matches" without touching result. Kept
+    // on purpose: callers that care compare the lengths themselves.
+    if (n < 0) return true;
+    bool backwards = (compareOptions & kLUMCompareBackwards) != 0;
+    CharacterReader haystack(str, range), needle(stringToFind);
+    for (LUMIndex i = 0; i <= n; i++) {
+        LUMIndex offset = backwards ? n - i : i;
+        LUMIndex k = 0;
+        while (k < findLength && haystack[offset + k] == needle[k]) k++;
+        if (k == findLength) {
+            if (result != nullptr) *result = LUMRangeMake(offset, findLength); // relative to range.location
+            return true;
+        }
+    }
+    return false;
+}
+
+LUMRange LUMStringFind(LUMStringRef str, LUMStringRef stringToFind, LUMCompareFlags compareOptions)
+{
+    LUMRange result = LUMRangeMake(kLUMNotFound, 0);
+    if (!LUMStringFindWithOptions(str, stringToFind, LUMRangeMake(0, LUMStringGetLength(str)), compareOptions, &result))
+        return LUMRangeMake(kLUMNotFound, 0);
+    return result;
+}
+
+LUMArrayRef LUMStringCreateArrayBySeparatingStrings(LUMStringRef str, LUMStringRef separator)
+{
+    LUMMutableArrayRef pieces = LUMArrayCreateMutable(nullptr, 0, &kLUMTypeArrayCallBacks);
+    LUMIndex length = LUMStringGetLength(str);
+    LUMRange remaining = LUMRangeMake(0, length);
+    LUMRange found;
+    while (remaining.length > 0 && LUMStringFindWithOptions(str, separator, remaining, 0, &found)) {
+        // found.location is relative to remaining but is used as an index into
+        // str; the two agree only for the first separator. A second separator
+        // therefore yields a negative length and stops in the substring
+        // assertion. This is the function's defined behaviour.
+        LUMStringRef piece = LUMStringCreateWithSubstring(nullptr, str, LUMRangeMake(remaining.location, found.location - remaining.location));
+        LUMArrayAppendValue(pieces, piece);
+        LUMRelease(piece);
+        LUMIndex start = found.location + found.length;
+        remaining = LUMRangeMake(start, length - start);
+    }
+    LUMStringRef last = LUMStringCreateWithSubstring(nullptr, str, remaining);
+    LUMArrayAppendValue(pieces, last);
+    LUMRelease(last);
+    return pieces;
+}
+
+namespace {
+
+/* The string's UTF-8 text for strtol/strtod: the byte buffer itself when it
+ * has one, else the first 127 bytes converted into buffer. */
+const char *numericText(LUMStringRef str, char (&buffer)[128])
+{
+    const char *text = LUMStringGetCStringPtr(str, kLUMStringEncodingUTF8);
+    if (text != nullptr) return text;
+    LUMStringGetCString(str, buffer, static_cast<LUMIndex>(sizeof(buffer)), kLUMStringEncodingUTF8);
+    return buffer;
+}
+
+} // namespace
+
+int32_t LUMStringGetIntValue(LUMStringRef str)
+{
+    char buffer[128];
+    return static_cast<int32_t>(strtol(numericText(str, buffer), nullptr, 10));
+}
+
+double LUMStringGetDoubleValue(LUMStringRef str)
+{
+    char buffer[128];
+    return strtod(numericText(str, buffer), nullptr);
+}
+
+
+/* ---- Formatting engine ----------------------------------------------------
+ * One pass cuts the format into specs (literal runs and conversions), a
+ * second numbers the arguments, a third fetches them from the va_list in
+ * number order, and the last renders each spec, handing C conversions to
+ * snprintf one at a time with a rebuilt conversion. */
+
+namespace {
+
+enum FormatType : int32_t {
+    kFormatUnknown = 0,
+    kFormatLiteral = 1,
+    kFormatInteger = 2,
+    kFormatDouble = 3,
+    kFormatPointer = 4,
+    kFormatCString = 5,
+    kFormatObject = 6,
+};
+
+enum FormatFlag : uint8_t {
+    kFlagMinus = 1,
+    kFlagPlus = 2,
+    kFlagSpace = 4,
+    kFlagHash = 8,
+    kFlagZero = 16,
+};
+
+struct FormatSpec {
+    int32_t location;
+    int32_t length;
+    int32_t mainArgNum;  // 1-based; -1 until numbered
+    uint8_t flags;
+    int32_t width;       // literal width, -1 when none
+    int32_t widthArgNum; // 0 none, -1 to be numbered
+    int32_t precision;
+    int32_t precArgNum;
+    int32_t size;        // -2 hh, -1 h, 0 none, 1 l, 2 ll
+    int32_t type;
+};
+
+struct FormatArgument {
+    int32_t type;
+    int32_t size;
+    union {
+        long word;    // an integer fetched as long (l, ll)
+        int32_t word32; // an integer fetched as int: widened at rendering
+        double number;
+        const void *pointer;
+    } value;
+};
+
+constexpr size_t kLocalFormatArguments = 16;
+constexpr LUMIndex kFormatScratchBytes = 128;
+
+/* Parses one conversion starting after the '%' at fmt[start]; returns the
+ * index after it, or -1 when the format ends inside the spec. */
+LUMIndex parseConversion(const UniChar *fmt, LUMIndex length, LUMIndex start, FormatSpec &spec)
+{
+    int state = 0; // 0 before width, 1 width seen, 2 after '.'
+    LUMIndex i = start;
+    while (i < length) {
+        UniChar c = fmt[i];
+        switch (c) {
+        case '-': spec.flags |= kFlagMinus; break;
+        case '+': spec.flags = static_cast<uint8_t>((spec.flags | kFlagPlus) & ~kFlagSpace); break;
+        case ' ': if (!(spec.flags & kFlagPlus)) spec.flags |= kFlagSpace; break;
+        case '#': spec.flags |= kFlagHash; break;
+        case '0':
+            if (state == 2) spec.precision = 0;
+            else spec.flags |= kFlagZero;
+            break;
+        case '1': case '2': case '3': case '4': case '5': case '6': case '7': case '8': case '9': {
+            int32_t n = 0;
+            while (i < length && fmt[i] >= '0' && fmt[i] <= '9') n = n * 10 + (fmt[i++] - '0');
+            if (i < length && fmt[i] == '$') {
+                if (state == 0) spec.mainArgNum = n;
+                else if (state == 1) spec.widthArgNum = n;
+                else { spec.precArgNum = n; state = 2; }
+            } else {
+                if (state == 0) { spec.width = n; state = 1; }
+                else if (state == 1) spec.width = n;
+                else spec.precision = n;
+                continue; // i already stands on the next unit
+            }
+            break;
+        }
+        case '*':
+            if (state == 2) spec.precArgNum = -1;
+            else { spec.widthArgNum = -1; state = 1; }
+            break;
+        case '.': state = 2; break;
+        case 'l': spec.size++; break;
+        case 'h': spec.size--; break;
+        case '%':
+            spec.type = kFormatLiteral;
+            spec.location = i;
+            spec.length = 1;
+            return i + 1;
+        case 'd': case 'i': case 'o': case 'u': case 'x': case 'X': spec.type = kFormatInteger; break;
+        case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A': spec.type = kFormatDouble; break;
+        case 'p': spec.type = kFormatPointer; break;
+        case 's': spec.type = kFormatCString; break;
+        case '@': spec.type = kFormatObject; break;
+        default:
+            // Unknown conversions (c, n, j, z, L, ...) are skipped, not errors:
+            // parsing of the same spec simply goes on.
+            break;
+        }
+        i++;
+        if (spec.type != kFormatUnknown) {
+            spec.length = i - spec.location;
+            return i;
+        }
+    }
+    return -1;
+}
+
+/* Widens an integer argument for printing as a C long: words fetched as int
+ * are sign-extended for d and i and zero-extended for the others. */
+long integerValue(const FormatArgument &argument, UniChar conversion)
+{
+    if (argument.size >= 1) return argument.value.word;
+    if (conversion == 'd' || conversion == 'i') return static_cast<long>(argument.value.word32);
+    return static_cast<long>(static_cast<uint32_t>(argument.value.word32));
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+template <typename V>
+int formatOne(char *buffer, size_t size, const char *conversion, int width, int precision, V value)
+{
+    if (width >= 0 && precision >= 0) return snprintf(buffer, size, conversion, width, precision, value);
+    if (width >= 0) return snprintf(buffer, size, conversion, width, value);
+    if (precision >= 0) return snprintf(buffer, size, conversion, precision, value);
+    return snprintf(buffer, size, conversion, value);
+}
+#pragma GCC diagnostic pop
+
+void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringRef format, va_list arguments)
+{
+    LUMIndex formatLength = LUMStringGetLength(format);
+    UniChar *fmt = static_cast<UniChar *>(
+        LUMAllocatorAllocate(kLUMAllocatorSystemDefault, static_cast<LUMIndex>((formatLength + 1) * sizeof(UniChar)), 0));
+    LUMStringGetCharacters(format, LUMRangeMake(0, formatLength), fmt);
+
+    // 1. Bound the number of specs: each '%' gives at most a conversion and a
+    // literal run before it, plus one trailing literal.
+    LUMIndex percentCount = 0;
+    for (LUMIndex i = 0; i < formatLength; i++) {
+        if (fmt[i] == '%') percentCount++;
+    }
+    FormatSpec localFormatSpecs[22];
+    LUMIndex fSpecsCount = 2 * percentCount + 1;
+    LUM_ASSERT(fSpecsCount < LUM_COUNTOF(localFormatSpecs));
+
+    // 2. Cut the format into specs.
+    LUMIndex specCount = 0;
+    LUMIndex index = 0;
+    while (specCount < fSpecsCount && index < formatLength) {
+        LUMIndex runStart = index;
+        while (index < formatLength && fmt[index] != '%') index++;
+        if (index > runStart) {
+            localFormatSpecs[specCount++] = FormatSpec{runStart, index - runStart, -1, 0, -1, 0, -1, 0, 0, kFormatLiteral};
+        }
+        if (index >= formatLength || specCount >= fSpecsCount) break;
+        FormatSpec spec{index, 0, -1, 0, -1, 0, -1, 0, 0, kFormatUnknown};
+        LUMIndex next = parseConversion(fmt, formatLength, index + 1, spec);
+        if (next < 0) break; // the format ended inside a spec: dropped
+        localFormatSpecs[specCount++] = spec;
+        index = next;
+    }
+
+    // 3. Number the arguments that have no explicit position.
+    int32_t counter = 1;
+    int32_t argumentCount = 0;
+    auto note = [&argumentCount](int32_t n) { if (n > argumentCount) argumentCount = n; };
+    for (LUMIndex s = 0; s < specCount; s++) {
+        FormatSpec &spec = localFormatSpecs[s];
+        if (spec.type == kFormatLiteral) continue;
+        if (spec.widthArgNum == -1) spec.widthArgNum = counter++;
+        if (spec.precArgNum == -1) spec.precArgNum = counter++;
+        if (spec.mainArgNum == -1) spec.mainArgNum = counter++;
+        note(spec.widthArgNum);
+        note(spec.precArgNum);
+        note(spec.mainArgNum);
+    }
+
+    // 4. Type them; a later spec naming the same number wins.
+    FormatArgument localArguments[kLocalFormatArguments];
+    FormatArgument *args = localArguments;
+    if (static_cast<size_t>(argumentCount) > kLocalFormatArguments) {
+        args = static_cast<FormatArgument *>(LUMAllocatorAllocate(
+            kLUMAllocatorSystemDefault, static_cast<LUMIndex>(static_cast<size_t>(argumentCount) * sizeof(FormatArgument)), 0));
+    }
+    for (int32_t a = 0; a < argumentCount; a++) args[a] = FormatArgument{kFormatUnknown, 0, {0}};
+    for (LUMIndex s = 0; s < specCount; s++) {
+        const FormatSpec &spec = localFormatSpecs[s];
+        if (spec.type == kFormatLiteral) continue;
+        if (spec.widthArgNum > 0) args[spec.widthArgNum - 1] = FormatArgument{kFormatInteger, 0, {0}};
+        if (spec.precArgNum > 0) args[spec.precArgNum - 1] = FormatArgument{kFormatInteger, 0, {0}};
+        if (spec.mainArgNum > 0) args[spec.mainArgNum - 1] = FormatArgument{spec.type, spec.size, {0}};
+    }
+
+    // 5. Fetch in number order: integers are one int (one long with l or ll;
+    // 64-bit integers are not supported), hh keeps the low byte, h the low 16
+    // bits sign-extended; an unused number consumes one word.
+    for (int32_t a = 0; a < argumentCount; a++) {
+        FormatArgument &arg = args[a];
+        switch (arg.type) {
+        case kFormatInteger:
+            if (arg.size >= 1) {
+                arg.value.word = va_arg(arguments, long);
+            } else {
+                int32_t word = va_arg(arguments, int);
+                if (arg.size == -2) word = word & 0xFF;
+                else if (arg.size <= -1) word = static_cast<int16_t>(word & 0xFFFF);
+                arg.value.word32 = word;
+            }
+            break;
+        case kFormatDouble: arg.value.number = va_arg(arguments, double); break;
+        case kFormatPointer:
+        case kFormatCString:
+        case kFormatObject: arg.value.pointer = va_arg(arguments, const void *); break;
+        default: arg.value.word = va_arg(arguments, long); break;
+        }
+    }
+
+    // 6. Render.
+    for (LUMIndex s = 0; s < specCount; s++) {
+        const FormatSpec &spec = localFormatSpecs[s];
+        if (spec.type == kFormatLiteral) {
+            LUMStringAppendCharacters(str, fmt + spec.location, spec.length);
+            continue;
+        }
+        const FormatArgument &arg = args[spec.mainArgNum - 1];
+        int width = spec.widthArgNum > 0 ? args[spec.widthArgNum - 1].value.word32 : spec.width;
+        int precision = spec.precArgNum > 0 ? args[spec.precArgNum - 1].value.word32 : spec.precision;
+        if (width < 0) width = -1;
+        if (precision < 0) precision = -1;
+        switch (spec.type) {
+        case kFormatInteger:
+        case kFormatDouble: {
+            UniChar conversionChar = fmt[spec.location + spec.length - 1];
+            char conversion[16];
+            size_t n = 0;
+            conversion[n++] = '%';
+            if (spec.flags & kFlagMinus) conversion[n++] = '-';
+            if (spec.flags & kFlagPlus) conversion[n++] = '+';
+            if (spec.flags & kFlagSpace) conversion[n++] = ' ';
+            if (spec.flags & kFlagHash) conversion[n++] = '#';
+            if (spec.flags & kFlagZero) conversion[n++] = '0';
+            if (width >= 0) conversion[n++] = '*';
+            if (precision >= 0) { conversion[n++] = '.'; conversion[n++] = '*'; }
+            if (spec.type == kFormatInteger) conversion[n++] = 'l';
+            conversion[n++] = static_cast<char>(conversionChar);
+            conversion[n] = '\0';
+            size_t bufferSize = static_cast<size_t>(width + precision + kFormatScratchBytes);
+            lum::TempBuffer<char, 512> buffer(bufferSize);
+            if (spec.type == kFormatInteger) {
+                formatOne(buffer.get(), bufferSize, conversion, width, precision, integerValue(arg, conversionChar));
+            } else {
+                // Zero is printed as 1e-10 so that -0 never shows: with %f both
+                // zeros read 0.000000, while %e and %g show the small value.
+                double value = arg.value.number == 0.0 ? 1e-10 : arg.value.number;
+                formatOne(buffer.get(), bufferSize, conversion, width, precision, value);
+            }
+            LUMStringAppendCString(str, buffer.get(), kLUMStringEncodingUTF8);
+            break;
+        }
+        case kFormatPointer: {
+            char buffer[64];
+            snprintf(buffer, sizeof(buffer), "%p", arg.value.pointer);
+            LUMStringAppendCString(str, buffer, kLUMStringEncodingUTF8);
+            break;
+        }
+        case kFormatCString:
+            LUMStringAppendCString(str, static_cast<const char *>(arg.value.pointer), kLUMStringEncodingUTF8);
+            break;
+        case kFormatObject: {
+            LUMStringRef description = LUMCopyDescription(arg.value.pointer);
+            LUMStringAppend(str, description);
+            LUMRelease(description);
+            break;
+        }
+        default:
+            break;
+        }
+    }
+
+    // 7. Give back the heap tables and the format copy.
+    if (args != localArguments) LUMAllocatorDeallocate(kLUMAllocatorSystemDefault, args);
+    LUMAllocatorDeallocate(kLUMAllocatorSystemDefault, fmt);
+}
+
+} // namespace
+
+LUMStringRef LUMStringCreateWithFormatAndArguments(LUMAllocatorRef allocator, LUMTypeRef formatOptions, LUMStringRef format, va_list arguments)
+{
+    LUMMutableStringRef temporary = LUMStringCreateMutable(kLUMAllocatorSystemDefault, 0);
+    __LUMStringAppendWithFormatAndArguments(temporary, format, arguments);
+    LUMStringRef result = LUMStringCreateCopy(allocator, temporary);
+    LUMRelease(temporary);
+    return result;
+}
+
+LUMStringRef LUMStringCreateWithFormat(LUMAllocatorRef allocator, LUMTypeRef formatOptions, LUMStringRef format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    LUMStringRef result = LUMStringCreateWithFormatAndArguments(allocator, formatOptions, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+void LUMStringAppendFormatAndArguments(LUMMutableStringRef str, LUMTypeRef formatOptions, LUMStringRef format, va_list arguments)
+{
+    __LUMStringAppendWithFormatAndArguments(str, format, arguments);
+}
+
+void LUMStringAppendFormat(LUMMutableStringRef str, LUMTypeRef formatOptions, LUMStringRef format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    __LUMStringAppendWithFormatAndArguments(str, format, arguments);
+    va_end(arguments);
+}
