@@ -43,3 +43,18 @@ if(NOT "${NEW_GLOB}" STREQUAL "${OLD_GLOB}")
   message("-- GLOB mismatch!")
   file(TOUCH_NOCREATE "/work/main/build/CMakeFiles/cmake.verify_globs")
 endif()
+
+# LUM_TEST_SOURCES at tests/CMakeLists.txt:18 (file)
+file(GLOB NEW_GLOB LIST_DIRECTORIES true "/work/main/tests/LUM*Test.cpp")
+set(OLD_GLOB
+  "/work/main/tests/LUMAllocatorTest.cpp"
+  "/work/main/tests/LUMBaseTest.cpp"
+  "/work/main/tests/LUMStringEditTest.cpp"
+  "/work/main/tests/LUMStringFormatTest.cpp"
+  "/work/main/tests/LUMStringTest.cpp"
+  "/work/main/tests/LUMTypeTest.cpp"
+  )
+if(NOT "${NEW_GLOB}" STREQUAL "${OLD_GLOB}")
+  message("-- GLOB mismatch!")
+  file(TOUCH_NOCREATE "/work/main/build/CMakeFiles/cmake.verify_globs")
+endif()

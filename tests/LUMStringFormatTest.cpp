@@ -1,0 +1,215 @@
+/* LUMStringFormatTest.cpp — the formatting engine, checked against the
+ * documented texts and against the C library's snprintf.
+ * Part of LumBase; MIT licence. */
+#include "support/LUMTestSupport.h"
+
+using namespace lumtest;
+
+TEST(LUMStringFormat, PercentPercentIsOnePercentSign) { EXPECT_EQ(Format("%d%%", 5), "5%"); }
+
+TEST(LUMStringFormat, WidthPrecisionAndLeftAlignment)
+{
+    EXPECT_EQ(Format("%5.2f", 3.14159), " 3.14");
+    EXPECT_EQ(Format("%-4d|", 7), "7   |");
+}
+
+TEST(LUMStringFormat, PositionalArguments)
+{
+    LUMStringRef object = LUMSTR("object");
+    EXPECT_EQ(Format("%2$@ %1$d", 3, object), "object 3");
+    EXPECT_EQ(Format("%1$d %1$d %2$s", 9, "s"), "9 9 s");
+}
+
+TEST(LUMStringFormat, StarWidthFromArguments)
+{
+    EXPECT_EQ(Format("%*d", 4, 9), "   9");
+    EXPECT_EQ(Format("%*d|", -4, 9), "9|"); // a negative width counts as absent
+    EXPECT_EQ(Format("%.*f", 2, 1.23456), "1.23");
+    EXPECT_EQ(Format("%.*f", -1, 1.5), "1.500000");
+    EXPECT_EQ(Format("%1$*2$d", 7, 3), "  7");
+}
+
+TEST(LUMStringFormat, ZeroIsPrintedAsATinyValue)
+{
+    EXPECT_EQ(Format("%f", 0.0), "0.000000");
+    EXPECT_EQ(Format("%f", -0.0), "0.000000");
+    EXPECT_EQ(Format("%g", 0.0), "1e-10");
+    EXPECT_EQ(Format("%e", -0.0), CFormat("%e", 1e-10));
+}
+
+TEST(LUMStringFormat, ShortAndCharSizesAreNarrowedThenPrintedAsLong)
+{
+    EXPECT_EQ(Format("%hx", 0xFFFF), "ffffffff");
+    EXPECT_EQ(Format("%hhx", 0x1FF), "ff");
+    EXPECT_EQ(Format("%hd", 0x18000), "-32768");
+    EXPECT_EQ(Format("%hhd", 0x180), "128");
+    EXPECT_EQ(Format("%x", -1), "ffffffff");
+    EXPECT_EQ(Format("%d", -1), "-1");
+    EXPECT_EQ(Format("%u", -1), "4294967295");
+    EXPECT_EQ(Format("%ld", -5L), "-5");
+    EXPECT_EQ(Format("%lx", 0x7fffffffL), "7fffffff");
+}
+
+TEST(LUMStringFormat, CStringsIgnoreWidthAndPrecision)
+{
+    EXPECT_EQ(Format("%10s|", "ab"), "ab|");
+    EXPECT_EQ(Format("%.1s", "abc"), "abc");
+    EXPECT_EQ(Format("%s", "caf\xC3\xA9"), "caf\xC3\xA9");
+}
+
+TEST(LUMStringFormat, PointersUseTheCLibraryForm)
+{
+    int local = 0;
+    EXPECT_EQ(Format("%p", &local), CFormat("%p", static_cast<void *>(&local)));
+    EXPECT_EQ(Format("%20p|", &local), CFormat("%p|", static_cast<void *>(&local)));
+    EXPECT_EQ(Format("%p", static_cast<void *>(nullptr)), CFormat("%p", static_cast<void *>(nullptr)));
+}
+
+TEST(LUMStringFormat, ObjectsPrintTheirDescription)
+{
+    EXPECT_EQ(Format("[%@]", LUMSTR("x")), "[x]");
+    EXPECT_EQ(Format("%@", static_cast<const void *>(nullptr)), CFormat("<%p>", static_cast<void *>(nullptr)));
+    EXPECT_EQ(Format("%@", kLUMNull), CFormat("<%p:LUMNull retainCount=1>", static_cast<const void *>(kLUMNull)));
+}
+
+TEST(LUMStringFormat, PartialSpecAtTheEndIsDropped)
+{
+    EXPECT_EQ(Format("abc%"), "abc");
+    EXPECT_EQ(Format("abc%-5"), "abc");
+}
+
+TEST(LUMStringFormat, UnknownConversionsAreSkipped)
+{
+    // 'c' is skipped, the blank sets the space flag, and the 'a' of "and"
+    // ends the spec as a double conversion.
+    EXPECT_EQ(Format("%c and", 2.5), CFormat("% a", 2.5) + "nd");
+    EXPECT_EQ(Format("%zd", 4), "4");
+    EXPECT_EQ(Format("%Lf", 1.0), "1.000000");
+}
+
+TEST(LUMStringFormat, TenPercentSignsAreTheLimit)
+{
+    EXPECT_EQ(Format("%d%d%d%d%d%d%d%d%d%d", 0, 1, 2, 3, 4, 5, 6, 7, 8, 9), "0123456789");
+    EXPECT_EQ(Format("%%%%%%%%%%"), "%%%%%");
+    EXPECT_TRUE(DiesWithAssertion([] { Format("%d%d%d%d%d%d%d%d%d%d%d", 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10); },
+                                  "fSpecsCount < LUM_COUNTOF(localFormatSpecs)", "__LUMStringAppendWithFormatAndArguments",
+                                  "src/LUMString"));
+    EXPECT_TRUE(DiesWithAssertion([] { Format("%%%%%%%%%%%"); }, "fSpecsCount < LUM_COUNTOF(localFormatSpecs)",
+                                  "__LUMStringAppendWithFormatAndArguments", "src/LUMString"));
+}
+
+TEST(LUMStringFormat, MoreThanSixteenArgumentsUseAHeapTable)
+{
+    EXPECT_EQ(Format("%*.*d %*.*d %*.*d %*.*d %*.*d %*.*d", 1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4, 5, 5, 5, 6, 6, 6),
+              CFormat("%*.*d %*.*d %*.*d %*.*d %*.*d %*.*d", 1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4, 5, 5, 5, 6, 6, 6));
+    EXPECT_EQ(Format("%20$d", 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 20), "20");
+}
+
+TEST(LUMStringFormat, SixtyFourBitArgumentConsumesOneWord)
+{
+    long long wide = 0x100000002LL;
+#if defined(__LP64__)
+    // One word holds the whole value: nothing shifts.
+    EXPECT_EQ(Format("%lld %d", wide, 7), "4294967298 7");
+#else
+    // One word holds only the low half; the high half becomes the next
+    // argument and every later argument shifts by one.
+    EXPECT_EQ(Format("%lld %d", wide, 7), "2 1");
+#endif
+}
+
+TEST(LUMStringFormat, AppendFormatExtendsAMutableString)
+{
+    LUMMutableStringRef str = LUMStringCreateMutable(nullptr, 0);
+    LUMStringAppendFormat(str, nullptr, LUMSTR("%d-"), 1);
+    LUMStringAppendFormat(str, nullptr, LUMSTR("%s"), "two");
+    EXPECT_EQ(Text(str), "1-two");
+    LUMRelease(str);
+    EXPECT_TRUE(DiesWithAssertion([] { LUMStringAppendFormat(const_cast<__LUMString *>(LUMSTR("const")), nullptr, LUMSTR("x")); },
+                                  "ptr->isMutable", "LUMStringAppendCharacters", "src/LUMString"));
+}
+
+TEST(LUMStringFormat, CreatedStringsAreImmutableUnitStrings)
+{
+    LUMStringRef str = LUMStringCreateWithFormat(nullptr, nullptr, LUMSTR("%d"), 12);
+    EXPECT_NE(LUMStringGetCharactersPtr(str), nullptr);
+    EXPECT_EQ(str->isMutable, 0);
+    LUMRelease(str);
+}
+
+// ---- The C library as oracle ------------------------------------------------
+
+namespace {
+
+// Formats with a format string made for the occasion (not a constant one).
+template <typename V>
+std::string FormatWithText(const std::string &format, V value)
+{
+    LUMStringRef formatString = LUMStringCreateWithCString(nullptr, format.c_str(), kLUMStringEncodingUTF8);
+    std::string text = TakeText(LUMStringCreateWithFormat(nullptr, nullptr, formatString, value));
+    LUMRelease(formatString);
+    return text;
+}
+
+const char *const kIntegerConversions[] = {"d", "i", "o", "u", "x", "X"};
+const char *const kDoubleConversions[] = {"e", "E", "f", "F", "g", "G", "a", "A"};
+const char *const kFlags[] = {"", "-", "+", " ", "#", "0", "-+", "+ ", "#0", "-#", "0+"};
+const char *const kWidths[] = {"", "1", "8", "15"};
+const char *const kPrecisions[] = {"", ".0", ".3", ".10"};
+
+} // namespace
+
+TEST(LUMStringFormat, IntegerConversionsMatchSnprintf)
+{
+    const int values[] = {0, 1, -1, 42, -42, 123456, -2147483647 - 1, 2147483647};
+    int checked = 0;
+    for (const char *conversion : kIntegerConversions)
+        for (const char *flags : kFlags)
+            for (const char *width : kWidths)
+                for (const char *precision : kPrecisions)
+                    for (int value : values) {
+                        std::string ours = std::string("%") + flags + width + precision + conversion;
+                        std::string theirs = std::string("%") + flags + width + precision + "l" + conversion;
+                        bool isSigned = conversion[0] == 'd' || conversion[0] == 'i';
+                        long widened = isSigned ? static_cast<long>(value) : static_cast<long>(static_cast<unsigned>(value));
+                        ASSERT_EQ(FormatWithText(ours, value),
+                                  CFormat(theirs.c_str(), widened))
+                            << ours << " of " << value;
+                        checked++;
+                    }
+    EXPECT_EQ(checked, 6 * 11 * 4 * 4 * 8);
+}
+
+TEST(LUMStringFormat, DoubleConversionsMatchSnprintf)
+{
+    const double values[] = {1.0, -1.5, 3.14159265358979, 1e-7, 12345678.9, -2.5e100, 0.1, 255.0};
+    int checked = 0;
+    for (const char *conversion : kDoubleConversions)
+        for (const char *flags : kFlags)
+            for (const char *width : kWidths)
+                for (const char *precision : kPrecisions)
+                    for (double value : values) {
+                        std::string format = std::string("%") + flags + width + precision + conversion;
+                        ASSERT_EQ(FormatWithText(format, value),
+                                  CFormat(format.c_str(), value))
+                            << format << " of " << value;
+                        checked++;
+                    }
+    EXPECT_EQ(checked, 8 * 11 * 4 * 4 * 8);
+}
+
+TEST(LUMStringFormat, StarWidthsAndPrecisionsMatchSnprintf)
+{
+    for (int width : {0, 3, 12})
+        for (int precision : {0, 2, 7}) {
+            EXPECT_EQ(Format("%*.*d|%*.*f|%-*.*x", width, precision, 42, width, precision, 2.5, width, precision, 255),
+                      CFormat("%*.*ld|%*.*f|%-*.*lx", width, precision, 42L, width, precision, 2.5, width, precision, 255L));
+        }
+}
+
+TEST(LUMStringFormat, PositionalArgumentsMatchSnprintf)
+{
+    EXPECT_EQ(Format("%3$s %1$d %2$.2f", 7, 2.5, "third"), CFormat("%3$s %1$ld %2$.2f", 7L, 2.5, "third"));
+    EXPECT_EQ(Format("%2$*1$d|", 6, 42), CFormat("%2$*1$ld|", 6, 42L));
+    EXPECT_EQ(Format("%1$.*2$f", 3.14159, 3), CFormat("%1$.*2$f", 3.14159, 3));
+}

@@ -1,0 +1,341 @@
+/* LUMStringTest.cpp — string storage, the UTF-8 codec, creation, access,
+ * the inline buffer, hashing, equality and constant strings.
+ * Part of LumBase; MIT licence. */
+#include "support/LUMTestSupport.h"
+
+using namespace lumtest;
+
+namespace {
+
+LUMStringRef FromBytes(std::initializer_list<unsigned char> bytes)
+{
+    std::vector<UInt8> data(bytes);
+    return LUMStringCreateWithBytes(nullptr, data.data(), static_cast<LUMIndex>(data.size()), kLUMStringEncodingUTF8);
+}
+
+std::vector<UniChar> Units(LUMStringRef str)
+{
+    std::vector<UniChar> units(static_cast<size_t>(LUMStringGetLength(str)));
+    LUMStringGetCharacters(str, LUMRangeMake(0, LUMStringGetLength(str)), units.data());
+    return units;
+}
+
+const __LUMString *Record(LUMStringRef str) { return str; }
+
+} // namespace
+
+TEST(LUMString, TwoByteSequenceIsOneCharacterAndHashesLikeUnitForm)
+{
+    LUMStringRef bytes = FromBytes({0xC3, 0xA9});
+    EXPECT_EQ(LUMStringGetLength(bytes), 1);
+    EXPECT_EQ(Units(bytes), std::vector<UniChar>{0xE9});
+    UniChar e = 0xE9;
+    LUMStringRef units = LUMStringCreateWithCharacters(nullptr, &e, 1);
+    EXPECT_EQ(LUMHash(bytes), LUMHash(units));
+    EXPECT_EQ(LUMHash(bytes), 1u * 13 + 0xE9);
+    EXPECT_TRUE(LUMEqual(bytes, units));
+    EXPECT_EQ(LUMHash(LUMSTR("\xC3\xA9")), LUMHash(units));
+    LUMRelease(bytes);
+    LUMRelease(units);
+}
+
+TEST(LUMString, StrayContinuationByteKeepsItsLowSevenBits)
+{
+    LUMStringRef str = FromBytes({0x41, 0x80, 0x42});
+    EXPECT_EQ(LUMStringGetLength(str), 3);
+    EXPECT_EQ(Units(str), (std::vector<UniChar>{0x41, 0x00, 0x42}));
+    LUMRelease(str);
+}
+
+TEST(LUMString, LeadByteNotFollowedByContinuationStopsThere)
+{
+    LUMStringRef str = FromBytes({0xE2, 0x41});
+    EXPECT_EQ(Units(str), (std::vector<UniChar>{0x2000, 0x41}));
+    LUMRelease(str);
+}
+
+TEST(LUMString, FourByteSequencesGiveTwoUnitsOfGarbage)
+{
+    // U+1F600 as UTF-8: F0 9F 98 80. The lead is read as a three-byte lead.
+    LUMStringRef str = FromBytes({0xF0, 0x9F, 0x98, 0x80});
+    EXPECT_EQ(Units(str), (std::vector<UniChar>{static_cast<UniChar>((0x0 << 12) | (0x1F << 6) | 0x18), 0x00}));
+    LUMRelease(str);
+}
+
+TEST(LUMString, EncoderWritesSurrogatesAsThreeByteSequences)
+{
+    UniChar units[] = {0x41, 0xE9, 0x20AC, 0xD83D, 0xDE00};
+    LUMStringRef str = LUMStringCreateWithCharacters(nullptr, units, 5);
+    EXPECT_EQ(Text(str), "A\xC3\xA9\xE2\x82\xAC\xED\xA0\xBD\xED\xB8\x80");
+    LUMRelease(str);
+}
+
+TEST(LUMString, GetCStringKeepsOneByteInReserve)
+{
+    LUMStringRef abc = LUMSTR("abc");
+    char buffer[8];
+    memset(buffer, 'x', sizeof(buffer));
+    EXPECT_FALSE(LUMStringGetCString(abc, buffer, 4, kLUMStringEncodingUTF8));
+    EXPECT_STREQ(buffer, "ab");
+    EXPECT_TRUE(LUMStringGetCString(abc, buffer, 5, kLUMStringEncodingUTF8));
+    EXPECT_STREQ(buffer, "abc");
+    // A character is never split: é needs two bytes.
+    EXPECT_FALSE(LUMStringGetCString(LUMSTR("a\xC3\xA9"), buffer, 4, kLUMStringEncodingUTF8));
+    EXPECT_STREQ(buffer, "a");
+}
+
+TEST(LUMString, ConstantStringsAreSharedAndConstant)
+{
+    LUMStringRef first = LUMSTR("x");
+    char text[] = "x";
+    EXPECT_EQ(LUMSTR(text), first); // by content, not by pointer
+    EXPECT_EQ(LUMGetRetainCount(first), 1);
+    LUMRetain(first);
+    LUMRelease(first);
+    LUMRelease(first);
+    EXPECT_EQ(LUMGetRetainCount(first), 1);
+    EXPECT_EQ(LUMGetAllocator(first), _kLUMAllocatorConstant);
+    EXPECT_NE(LUMSTR("y"), first);
+    EXPECT_EQ(LUMStringGetCStringPtr(first, kLUMStringEncodingUTF8), std::string("x"));
+}
+
+TEST(LUMString, CopyRetainsOnlyWithTheSameAllocator)
+{
+    LUMStringRef s = LUMStringCreateWithCString(nullptr, "text", kLUMStringEncodingUTF8);
+    LUMStringRef copy = LUMStringCreateCopy(nullptr, s);
+    EXPECT_NE(copy, s);
+    EXPECT_TRUE(LUMEqual(copy, s));
+    LUMStringRef same = LUMStringCreateCopy(LUMGetAllocator(s), s);
+    EXPECT_EQ(same, s);
+    EXPECT_EQ(LUMGetRetainCount(s), 2);
+    LUMRelease(same);
+    LUMRelease(copy);
+    LUMMutableStringRef mutableString = LUMStringCreateMutableCopy(nullptr, 0, s);
+    LUMStringRef frozen = LUMStringCreateCopy(LUMGetAllocator(mutableString), mutableString);
+    EXPECT_NE(frozen, static_cast<LUMStringRef>(mutableString)); // mutable strings are always copied
+    EXPECT_NE(LUMStringGetCharactersPtr(frozen), nullptr);
+    LUMRelease(frozen);
+    LUMRelease(mutableString);
+    LUMRelease(s);
+}
+
+TEST(LUMString, PointerAccessorsFollowTheStorageForm)
+{
+    LUMMutableStringRef m = LUMStringCreateMutable(nullptr, 0);
+    LUMStringAppendCString(m, "abc", kLUMStringEncodingUTF8);
+    EXPECT_EQ(LUMStringGetCStringPtr(m, kLUMStringEncodingUTF8), nullptr);
+    EXPECT_NE(LUMStringGetCharactersPtr(m), nullptr);
+    LUMStringRef c = LUMStringCreateWithCString(nullptr, "abc", kLUMStringEncodingUTF8);
+    EXPECT_EQ(LUMStringGetCharactersPtr(c), nullptr);
+    EXPECT_STREQ(LUMStringGetCStringPtr(c, kLUMStringEncodingUTF8), "abc");
+    EXPECT_EQ(LUMStringGetCStringPtr(c, 0), nullptr); // another encoding
+    LUMRelease(c);
+    LUMRelease(m);
+}
+
+TEST(LUMString, InlineBufferReturnsZeroOutsideItsRange)
+{
+    LUMStringRef str = LUMSTR("0123456789abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ_!");
+    LUMStringInlineBuffer buffer;
+    LUMStringInitInlineBuffer(str, &buffer, LUMRangeMake(2, 70));
+    EXPECT_EQ(buffer.directBuffer, nullptr);
+    EXPECT_EQ(LUMStringGetCharacterFromInlineBuffer(&buffer, 0), '2');
+    EXPECT_EQ(LUMStringGetCharacterFromInlineBuffer(&buffer, 69), 'Z');
+    EXPECT_EQ(LUMStringGetCharacterFromInlineBuffer(&buffer, 70), 0);
+    EXPECT_EQ(LUMStringGetCharacterFromInlineBuffer(&buffer, -1), 0);
+    // The refill backs off by four so that short backward steps are cached.
+    EXPECT_EQ(LUMStringGetCharacterFromInlineBuffer(&buffer, 10), 'c');
+    EXPECT_EQ(buffer.bufferedRangeStart, 6);
+    EXPECT_EQ(buffer.bufferedRangeEnd, 70);
+    EXPECT_EQ(LUMStringGetCharacterFromInlineBuffer(&buffer, 7), '9');
+    EXPECT_EQ(buffer.bufferedRangeStart, 6);
+}
+
+TEST(LUMString, InlineBufferOverUnitsReadsDirectly)
+{
+    UniChar units[] = {'a', 'b', 'c', 'd'};
+    LUMStringRef str = LUMStringCreateWithCharacters(nullptr, units, 4);
+    LUMStringInlineBuffer buffer;
+    LUMStringInitInlineBuffer(str, &buffer, LUMRangeMake(1, 2));
+    EXPECT_NE(buffer.directBuffer, nullptr);
+    EXPECT_EQ(LUMStringGetCharacterFromInlineBuffer(&buffer, 0), 'b');
+    EXPECT_EQ(LUMStringGetCharacterFromInlineBuffer(&buffer, 1), 'c');
+    EXPECT_EQ(LUMStringGetCharacterFromInlineBuffer(&buffer, 2), 0);
+    LUMRelease(str);
+}
+
+TEST(LUMString, BytesNoCopyHandsTheCallersBytesToTheDeallocatorAtOnce)
+{
+    CountingAllocator counting;
+    UInt8 *bytes = static_cast<UInt8 *>(malloc(3));
+    memcpy(bytes, "hey", 3);
+    LUMStringRef str = LUMStringCreateWithBytesNoCopy(nullptr, bytes, 3, kLUMStringEncodingUTF8, false, counting.allocator);
+    EXPECT_EQ(counting.deallocations, 1); // before the create function returned
+    EXPECT_EQ(Text(str), "hey");
+    LUMRelease(str);
+    UInt8 kept[] = {'o', 'k'};
+    str = LUMStringCreateWithBytesNoCopy(nullptr, kept, 2, kLUMStringEncodingUTF8, true, nullptr);
+    EXPECT_EQ(Text(str), "ok");
+    LUMRelease(str);
+}
+
+TEST(LUMString, NoCopyStringsGiveTheirBufferToTheContentsDeallocator)
+{
+    CountingAllocator counting;
+    char *text = static_cast<char *>(malloc(6));
+    memcpy(text, "owned", 6);
+    LUMStringRef str = LUMStringCreateWithCStringNoCopy(nullptr, text, kLUMStringEncodingUTF8, counting.allocator);
+    EXPECT_EQ(LUMStringGetCStringPtr(str, kLUMStringEncodingUTF8), text);
+    EXPECT_EQ(LUMGetRetainCount(counting.allocator), 2);
+    LUMRelease(str);
+    EXPECT_EQ(counting.deallocations, 1);
+    EXPECT_EQ(LUMGetRetainCount(counting.allocator), 1);
+    static const char kStatic[] = "static";
+    str = LUMStringCreateWithCStringNoCopy(nullptr, kStatic, kLUMStringEncodingUTF8, kLUMAllocatorNull);
+    LUMRelease(str); // kLUMAllocatorNull never frees
+    UniChar units[] = {'u', 'v'};
+    str = LUMStringCreateWithCharactersNoCopy(nullptr, units, 2, kLUMAllocatorNull);
+    EXPECT_EQ(LUMStringGetCharactersPtr(str), units);
+    EXPECT_EQ(Text(str), "uv");
+    LUMRelease(str);
+}
+
+TEST(LUMString, SubstringsUseTheUnitForm)
+{
+    LUMStringRef str = LUMSTR("h\xC3\xA9llo world");
+    LUMStringRef sub = LUMStringCreateWithSubstring(nullptr, str, LUMRangeMake(1, 4));
+    EXPECT_EQ(Text(sub), "\xC3\xA9llo");
+    EXPECT_NE(LUMStringGetCharactersPtr(sub), nullptr);
+    LUMRelease(sub);
+    EXPECT_TRUE(DiesWithAssertion([&] { LUMStringCreateWithSubstring(nullptr, str, LUMRangeMake(-1, 1)); },
+                                  "range.location >= 0", "LUMStringCreateWithSubstring", "src/LUMString"));
+    EXPECT_TRUE(DiesWithAssertion([&] { LUMStringCreateWithSubstring(nullptr, str, LUMRangeMake(1, -1)); },
+                                  "range.length >= 0", "LUMStringCreateWithSubstring", "src/LUMString"));
+    EXPECT_TRUE(DiesWithAssertion([&] { LUMStringCreateWithSubstring(nullptr, str, LUMRangeMake(5, 7)); },
+                                  "(range.location + range.length) <= string->length", "LUMStringCreateWithSubstring",
+                                  "src/LUMString"));
+}
+
+TEST(LUMString, GetCharactersChecksItsRange)
+{
+    UniChar out[4];
+    EXPECT_TRUE(DiesWithAssertion([&] { LUMStringGetCharacters(LUMSTR("abc"), LUMRangeMake(2, 2), out); },
+                                  "(range.location + range.length) <= ptr->length", "LUMStringGetCharacters",
+                                  "src/LUMString"));
+}
+
+TEST(LUMString, LengthAssertsAStringObject)
+{
+    EXPECT_TRUE(DiesWithAssertion([] { LUMStringGetLength(static_cast<LUMStringRef>(static_cast<const void *>(kLUMNull))); },
+                                  "_LUMTypeCheckValid(ptr, LUMStringGetTypeID())", "LUMStringGetLength", "src/LUMString"));
+}
+
+TEST(LUMString, EncodingIsCheckedWhereItIsUsed)
+{
+    char buffer[8];
+    EXPECT_TRUE(DiesWithAssertion([&] { LUMStringGetCString(LUMSTR("a"), buffer, 8, 0x0600); },
+                                  "encoding == kLUMStringEncodingUTF8", "LUMStringGetCString", "src/LUMString"));
+    EXPECT_TRUE(DiesWithAssertion([] { LUMStringGetMaximumSizeForEncoding(3, 1); },
+                                  "encoding == kLUMStringEncodingUTF8", "LUMStringGetMaximumSizeForEncoding", "src/LUMString"));
+    // Creation stores any encoding and reads the bytes as UTF-8 all the same.
+    LUMStringRef other = LUMStringCreateWithCString(nullptr, "\xC3\xA9", 0x0600);
+    EXPECT_EQ(LUMStringGetLength(other), 1);
+    EXPECT_EQ(LUMStringGetCStringPtr(other, kLUMStringEncodingUTF8), nullptr);
+    LUMRelease(other);
+}
+
+TEST(LUMString, MutableCreationRequiresZeroMaxLength)
+{
+    EXPECT_TRUE(DiesWithAssertion([] { LUMStringCreateMutable(nullptr, 5); }, "maxLength == 0", "LUMStringCreateMutable",
+                                  "src/LUMString"));
+    EXPECT_TRUE(DiesWithAssertion([] { LUMStringCreateMutableCopy(nullptr, 1, LUMSTR("a")); }, "maxLength == 0",
+                                  "LUMStringCreateMutableCopy", "src/LUMString"));
+}
+
+TEST(LUMString, MutableStringsStartWithThirtyTwoUnits)
+{
+    LUMMutableStringRef m = LUMStringCreateMutable(nullptr, 0);
+    EXPECT_EQ(Record(m)->capacity, 32);
+    EXPECT_EQ(Record(m)->isMutable, 1);
+    EXPECT_EQ(Record(m)->bufferType, _kLUMStringBufferTypeUniCharString);
+    LUMMutableStringRef copy = LUMStringCreateMutableCopy(nullptr, 0, LUMSTR("abc"));
+    EXPECT_EQ(Record(copy)->capacity, 32);
+    EXPECT_EQ(Text(copy), "abc");
+    for (int i = 0; i < 40; i++) LUMStringAppendCString(m, "x", kLUMStringEncodingUTF8);
+    EXPECT_EQ(Record(m)->capacity, 64);
+    LUMMutableStringRef bigCopy = LUMStringCreateMutableCopy(nullptr, 0, m);
+    EXPECT_EQ(Record(bigCopy)->capacity, 64); // sized from the source's capacity
+    EXPECT_TRUE(LUMEqual(bigCopy, m));
+    LUMRelease(bigCopy);
+    LUMRelease(copy);
+    LUMRelease(m);
+}
+
+TEST(LUMString, FileSystemRepresentation)
+{
+    LUMStringRef path = LUMStringCreateWithFileSystemRepresentation(nullptr, "/tmp/\xC3\xA9");
+    EXPECT_EQ(LUMStringGetLength(path), 6);
+    EXPECT_EQ(LUMStringGetMaximumSizeOfFileSystemRepresentation(path), 19);
+    char buffer[32];
+    EXPECT_TRUE(LUMStringGetFileSystemRepresentation(path, buffer, 32));
+    EXPECT_STREQ(buffer, "/tmp/\xC3\xA9");
+    LUMRelease(path);
+    EXPECT_TRUE(DiesWithAssertion([] { LUMStringCreateWithFileSystemRepresentation(nullptr, nullptr); }, "buffer != NULL",
+                                  "LUMStringCreateWithFileSystemRepresentation", "src/LUMString"));
+    EXPECT_TRUE(DiesWithAssertion(
+        [] { LUMStringCreateWithFileSystemRepresentation(static_cast<LUMAllocatorRef>(static_cast<const void *>(kLUMNull)), "x"); },
+        "((allocator) == NULL) || _LUMTypeCheckValid(allocator, LUMAllocatorGetTypeID())",
+        "LUMStringCreateWithFileSystemRepresentation", "src/LUMString"));
+}
+
+TEST(LUMString, ExternalRepresentationRoundTrip)
+{
+    LUMStringRef original = LUMSTR("caf\xC3\xA9 \xE2\x82\xAC");
+    LUMDataRef data = LUMStringCreateExternalRepresentation(nullptr, original, kLUMStringEncodingUTF8, 0);
+    EXPECT_EQ(LUMDataGetLength(data), 9);
+    EXPECT_EQ(memcmp(LUMDataGetBytePtr(data), "caf\xC3\xA9 \xE2\x82\xAC", 9), 0);
+    LUMStringRef back = LUMStringCreateFromExternalRepresentation(nullptr, data, kLUMStringEncodingUTF8);
+    EXPECT_TRUE(LUMEqual(back, original));
+    LUMRelease(back);
+    LUMRelease(data);
+}
+
+TEST(LUMString, EqualityComparesUnitsExactly)
+{
+    EXPECT_TRUE(LUMEqual(LUMSTR("abc"), LUMSTR("abc")));
+    LUMStringRef upper = LUMStringCreateWithCString(nullptr, "ABC", kLUMStringEncodingUTF8);
+    EXPECT_FALSE(LUMEqual(LUMSTR("abc"), upper));
+    EXPECT_FALSE(LUMEqual(LUMSTR("ab"), LUMSTR("abc")));
+    LUMRelease(upper);
+    EXPECT_EQ(LUMHash(LUMSTR("")), 0u);
+}
+
+TEST(LUMString, DescriptionIsTheTextItself)
+{
+    LUMStringRef s = LUMStringCreateWithCString(nullptr, "described", kLUMStringEncodingUTF8);
+    LUMStringRef d = LUMCopyDescription(s);
+    EXPECT_EQ(d, s); // an immutable string with its own allocator: retained
+    EXPECT_EQ(LUMGetRetainCount(s), 2);
+    LUMRelease(d);
+    LUMRelease(s);
+}
+
+TEST(LUMString, ConstantInstanceInCallerMemory)
+{
+    static __LUMString placed;
+    _LUMStringInitializeConstantInstance(&placed, "placed \xC3\xA9");
+    EXPECT_TRUE(_LUMTypeCheckValid(&placed, LUMStringGetTypeID()));
+    EXPECT_EQ(LUMStringGetLength(&placed), 8);
+    EXPECT_EQ(LUMGetRetainCount(&placed), 1);
+    EXPECT_TRUE(LUMEqual(&placed, LUMSTR("placed \xC3\xA9")));
+}
+
+TEST(LUMString, UnexpectedBufferTypeIsFatal)
+{
+    static __LUMString broken;
+    _LUMStringInitializeConstantInstance(&broken, "broken");
+    broken.bufferType = 7;
+    EXPECT_TRUE(DiesWithFatal([] { LUMHash(&broken); }, "Unexpected string buffer type", "__LUMStringHash", "src/LUMString"));
+    EXPECT_TRUE(DiesWithFatal([] { LUMStringCreateCopy(nullptr, &broken); }, "Unexpected string buffer type",
+                              "LUMStringCreateCopy", "src/LUMString"));
+}

@@ -1,0 +1,205 @@
+/* LUMTypeTest.cpp — the class table and the generic object operations.
+ * Part of LumBase; MIT licence. */
+#include "support/LUMTestSupport.h"
+
+#include <cstdint>
+
+using namespace lumtest;
+
+namespace {
+
+struct Probe {
+    LUMRuntimeBase base;
+    int value;
+};
+
+bool gResurrect = false;
+int gFinalizeCalls = 0;
+
+void probeFinalize(LUMTypeRef obj)
+{
+    gFinalizeCalls++;
+    if (gResurrect) {
+        gResurrect = false;
+        LUMRetain(obj);
+    }
+}
+
+const LUMRuntimeClass kProbeClass = {0, "Probe", sizeof(Probe), nullptr, probeFinalize, nullptr, nullptr, nullptr};
+
+LUMTypeID ProbeTypeID()
+{
+    static LUMTypeID id = 0;
+    if (id == 0) id = _LUMTypeRegisterClass(&kProbeClass);
+    return id;
+}
+
+} // namespace
+
+TEST(LUMType, AllocatorAndStringHaveTheFixedIDs)
+{
+    EXPECT_EQ(LUMAllocatorGetTypeID(), 1u);
+    EXPECT_EQ(LUMStringGetTypeID(), 2u);
+    EXPECT_STREQ(_LUMTypeGetClassByID(1)->className, "LUMAllocator");
+    EXPECT_STREQ(_LUMTypeGetClassByID(2)->className, "LUMString");
+}
+
+TEST(LUMType, RegisteringPastThirtyTwoClassesKeepsEarlierIDs)
+{
+    const LUMRuntimeClass *stringClass = _LUMTypeGetClassByID(LUMStringGetTypeID());
+    const char *stringName = stringClass->className;
+    static char names[40][16];
+    LUMTypeID ids[40];
+    for (int i = 0; i < 40; i++) {
+        snprintf(names[i], sizeof(names[i]), "Extra%d", i);
+        LUMRuntimeClass cls = {0, names[i], sizeof(LUMRuntimeBase), nullptr, nullptr, nullptr, nullptr, nullptr};
+        ids[i] = _LUMTypeRegisterClass(&cls); // the record is copied: cls may go away
+    }
+    EXPECT_GT(ids[39], 32u);
+    EXPECT_EQ(ids[39], ids[0] + 39);
+    for (int i = 0; i < 40; i++) EXPECT_STREQ(_LUMTypeGetClassByID(ids[i])->className, names[i]);
+    EXPECT_EQ(_LUMTypeGetClassByID(LUMStringGetTypeID())->className, stringName);
+    EXPECT_EQ(_LUMTypeGetClassByID(0), nullptr);
+    EXPECT_EQ(_LUMTypeGetClassByID(ids[39] + 1), nullptr);
+}
+
+TEST(LUMType, ConstantObjectsKeepRetainCountOne)
+{
+    EXPECT_EQ(LUMGetRetainCount(kLUMNull), 1);
+    for (int i = 0; i < 5; i++) LUMRetain(kLUMNull);
+    EXPECT_EQ(LUMGetRetainCount(kLUMNull), 1);
+    for (int i = 0; i < 10; i++) LUMRelease(kLUMNull);
+    EXPECT_EQ(LUMGetRetainCount(kLUMNull), 1);
+    EXPECT_TRUE(_LUMTypeCheckValid(kLUMNull, LUMNullGetTypeID()));
+    EXPECT_EQ(LUMGetAllocator(kLUMNull), _kLUMAllocatorConstant);
+}
+
+TEST(LUMType, EqualityRules)
+{
+    EXPECT_TRUE(LUMEqual(nullptr, nullptr));
+    EXPECT_FALSE(LUMEqual(kLUMNull, nullptr));
+    EXPECT_FALSE(LUMEqual(nullptr, kLUMNull));
+    EXPECT_FALSE(LUMEqual(kLUMBooleanTrue, kLUMBooleanFalse));
+    EXPECT_TRUE(LUMEqual(kLUMBooleanTrue, kLUMBooleanTrue));
+    LUMTypeRef a = _LUMTypeCreateInstance(nullptr, ProbeTypeID());
+    LUMTypeRef b = _LUMTypeCreateInstance(nullptr, ProbeTypeID());
+    EXPECT_FALSE(LUMEqual(a, b)); // no equal callback: identity only
+    EXPECT_TRUE(LUMEqual(a, a));
+    LUMRelease(a);
+    LUMRelease(b);
+}
+
+TEST(LUMType, HashWithoutCallbackIsTheAddress)
+{
+    LUMTypeRef probe = _LUMTypeCreateInstance(nullptr, ProbeTypeID());
+    EXPECT_EQ(LUMHash(probe), static_cast<LUMHashCode>(reinterpret_cast<uintptr_t>(probe)));
+    EXPECT_EQ(LUMHash(kLUMNull), static_cast<LUMHashCode>(reinterpret_cast<uintptr_t>(kLUMNull)));
+    EXPECT_EQ(LUMHash(nullptr), 0u);
+    LUMRelease(probe);
+}
+
+TEST(LUMType, FinalizerThatRetainsKeepsTheObjectAlive)
+{
+    gFinalizeCalls = 0;
+    gResurrect = true;
+    LUMTypeRef probe = _LUMTypeCreateInstance(nullptr, ProbeTypeID());
+    LUMRelease(probe);
+    EXPECT_EQ(gFinalizeCalls, 1);
+    EXPECT_TRUE(_LUMTypeCheckValid(probe, ProbeTypeID())); // memory was not freed
+    EXPECT_EQ(LUMGetRetainCount(probe), 1);
+    LUMRelease(probe);
+    EXPECT_EQ(gFinalizeCalls, 2);
+}
+
+TEST(LUMType, ReleasedObjectCarriesTheDeadMagic)
+{
+    CountingAllocator counting;
+    counting.freeMemory = false;
+    LUMTypeRef probe = _LUMTypeCreateInstance(counting.allocator, ProbeTypeID());
+    LUMRelease(probe);
+    EXPECT_EQ(static_cast<const LUMRuntimeBase *>(probe)->magic, 0xECC84541u);
+    EXPECT_FALSE(_LUMTypeCheckValid(probe, 0));
+    EXPECT_EQ(_LUMTypeGetClass(probe), nullptr);
+    free(const_cast<void *>(probe));
+}
+
+TEST(LUMType, DescriptionOfNullIsThePointerForm)
+{
+    EXPECT_EQ(TakeText(LUMCopyDescription(nullptr)), CFormat("<%p>", static_cast<void *>(nullptr)));
+}
+
+TEST(LUMType, DefaultDescriptionNamesClassAndRetainCount)
+{
+    LUMTypeRef probe = _LUMTypeCreateInstance(nullptr, ProbeTypeID());
+    LUMRetain(probe);
+    EXPECT_EQ(TakeText(LUMCopyDescription(probe)), CFormat("<%p:Probe retainCount=2>", probe));
+    LUMRelease(probe);
+    LUMRelease(probe);
+    EXPECT_EQ(TakeText(LUMCopyDescription(kLUMBooleanTrue)), CFormat("<%p:LUMBoolean retainCount=1>", kLUMBooleanTrue));
+    EXPECT_EQ(TakeText(LUMCopyDescription(kLUMNull)), CFormat("<%p:LUMNull retainCount=1>", kLUMNull));
+}
+
+TEST(LUMType, TypeIDDescriptions)
+{
+    EXPECT_EQ(TakeText(LUMCopyTypeIDDescription(2)), "LUMString");
+    LUMStringRef unknown = LUMCopyTypeIDDescription(100000);
+    EXPECT_EQ(unknown, LUMSTR("N/A"));
+    EXPECT_EQ(LUMCopyTypeIDDescription(0), LUMSTR("N/A"));
+}
+
+TEST(LUMType, BooleanValueIsIdentity)
+{
+    EXPECT_TRUE(LUMBooleanGetValue(kLUMBooleanTrue));
+    EXPECT_FALSE(LUMBooleanGetValue(kLUMBooleanFalse));
+    EXPECT_FALSE(LUMBooleanGetValue(nullptr));
+    EXPECT_FALSE(LUMBooleanGetValue(static_cast<LUMBooleanRef>(static_cast<const void *>(kLUMNull))));
+    EXPECT_NE(LUMBooleanGetTypeID(), LUMNullGetTypeID());
+    EXPECT_EQ(LUMGetTypeID(kLUMBooleanTrue), LUMBooleanGetTypeID());
+}
+
+TEST(LUMType, NullArgumentsAreAccepted)
+{
+    EXPECT_EQ(LUMRetain(nullptr), nullptr);
+    LUMRelease(nullptr);
+    EXPECT_EQ(LUMGetRetainCount(nullptr), 0);
+    EXPECT_EQ(LUMGetTypeID(nullptr), 0u);
+    EXPECT_EQ(LUMGetAllocator(nullptr), _kLUMAllocatorConstant);
+    EXPECT_EQ(LUMAutorelease(nullptr), nullptr);
+}
+
+TEST(LUMType, ReleasingLastObjectOfCustomAllocatorReleasesItOnce)
+{
+    CountingAllocator counting;
+    EXPECT_EQ(LUMGetRetainCount(counting.allocator), 1);
+    LUMTypeRef probe = _LUMTypeCreateInstance(counting.allocator, ProbeTypeID());
+    EXPECT_EQ(LUMGetAllocator(probe), counting.allocator);
+    EXPECT_EQ(LUMGetRetainCount(counting.allocator), 2);
+    LUMRelease(probe);
+    EXPECT_EQ(LUMGetRetainCount(counting.allocator), 1);
+    EXPECT_EQ(counting.allocations, 1);
+    EXPECT_EQ(counting.deallocations, 1);
+    EXPECT_EQ(counting.releases, 0);
+}
+
+TEST(LUMType, UnknownTypeIDCreatesNothing)
+{
+    EXPECT_EQ(_LUMTypeCreateInstance(nullptr, 0), nullptr);
+    EXPECT_EQ(_LUMTypeCreateInstance(nullptr, 99999), nullptr);
+    char memory[64] = {};
+    EXPECT_FALSE(_LUMTypeInitializeInstance(memory, nullptr, 99999));
+    EXPECT_EQ(memory[0], 0); // untouched
+}
+
+TEST(LUMType, ShowPrintsTheDescriptionAndANewline)
+{
+    ChildResult result = RunInChild([] { LUMShow(LUMSTR("shown text")); });
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.out, "shown text\n");
+}
+
+TEST(LUMType, RangeMakeKeepsBothFields)
+{
+    LUMRange range = LUMRangeMake(3, -7);
+    EXPECT_EQ(range.location, 3);
+    EXPECT_EQ(range.length, -7);
+}

@@ -1,0 +1,38 @@
+#!/bin/sh
+# Installs the build into a scratch prefix and builds two consumers against
+# it: a C99 program through pkg-config, and a CMake project through
+# find_package(LumBase). Both run and must print the expected texts.
+set -eu
+build="$1"; src="$2"; cc="$3"; emulator="${4:-}"; toolchain="${5:-}"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix="$work/prefix"
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+libdir=$(ls -d "$prefix"/lib*/pkgconfig | head -n 1 | xargs dirname)
+export PKG_CONFIG_PATH="$libdir/pkgconfig"
+export PKG_CONFIG_SYSROOT_DIR=
+test -f "$prefix/include/LumBase.h"
+test -f "$prefix/include/LumBase/LUMInternal.h"
+test -e "$libdir/libLumBase.so"
+
+# shellcheck disable=SC2046
+"$cc" -std=c99 -Wall -Wextra -Werror -o "$work/capi" "$src/c/capi.c" $(pkg-config --cflags --libs lumbase)
+LD_LIBRARY_PATH="$libdir" QEMU_LD_PREFIX="${QEMU_LD_PREFIX:-}" $emulator "$work/capi" > "$work/out.txt"
+grep -q 'all C API checks passed' "$work/out.txt"
+
+mkdir "$work/consumer"
+cat > "$work/consumer/CMakeLists.txt" <<'CMAKE'
+cmake_minimum_required(VERSION 3.20)
+project(consumer C)
+find_package(LumBase REQUIRED)
+add_executable(consumer capi.c)
+target_link_libraries(consumer PRIVATE LumBase::LumBase)
+CMAKE
+cp "$src/c/capi.c" "$work/consumer/capi.c"
+set --
+[ -n "$toolchain" ] && set -- "-DCMAKE_TOOLCHAIN_FILE=$toolchain"
+cmake -S "$work/consumer" -B "$work/consumer/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" "$@" >/dev/null
+cmake --build "$work/consumer/build" >/dev/null
+LD_LIBRARY_PATH="$libdir" $emulator "$work/consumer/build/consumer" | grep -q 'all C API checks passed'
+echo "installed tree works through pkg-config and find_package"

@@ -1,0 +1,37 @@
+#!/bin/sh
+# Checks a built libLumBase.so.0: it needs only the C library (and at most
+# libm), its SONAME is libLumBase.so.0, and every exported symbol is one of
+# the library's names.
+set -eu
+lib="$1"
+fail=0
+
+needed=$(readelf -d "$lib" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p')
+for n in $needed; do
+  case "$n" in
+    libc.so.6|libm.so.6) ;;
+    *) echo "unexpected NEEDED entry: $n"; fail=1 ;;
+  esac
+done
+echo "$needed" | grep -qx 'libc.so.6' || { echo "libc.so.6 is not NEEDED"; fail=1; }
+
+soname=$(readelf -d "$lib" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p')
+[ "$soname" = "libLumBase.so.0" ] || { echo "SONAME is '$soname'"; fail=1; }
+
+# Defined dynamic symbols, without version tags.
+exports=$(readelf -W --dyn-syms "$lib" | awk '$1 ~ /^[0-9]+:$/ && $7 != "UND" && $5 != "LOCAL" && $8 != "" {print $8}' | sed 's/@.*//' | sort -u)
+count=0
+for s in $exports; do
+  count=$((count + 1))
+  case "$s" in
+    LUM*|kLUM*|_LUM*|_kLUM*) ;;
+    __kLUMRunLoopAllModes|__LUMTestAllocatorReportPointer|__LUMTestAllocatorReportCounter) ;;
+    *) echo "unexpected exported symbol: $s"; fail=1 ;;
+  esac
+done
+[ "$count" -gt 100 ] || { echo "only $count exported symbols"; fail=1; }
+for s in LUMInitialize LUMStringCreateWithFormat kLUMAllocatorDefault _LUMAssert _kLUMAllocatorConstant; do
+  echo "$exports" | grep -qx "$s" || { echo "missing export: $s"; fail=1; }
+done
+[ "$fail" -eq 0 ] && echo "NEEDED: $(echo $needed); SONAME: $soname; $count exported symbols, all LumBase names"
+exit "$fail"

@@ -1,0 +1,210 @@
+/* LUMTestSupport.cpp — shared helpers of LumBase's tests.
+ * Part of LumBase; MIT licence. */
+#include "support/LUMTestSupport.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <regex>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern "C" void __lsan_disable(void) __attribute__((weak));
+
+namespace lumtest {
+
+namespace {
+
+std::string readAll(FILE *file)
+{
+    std::string text;
+    rewind(file);
+    char chunk[4096];
+    size_t n;
+    while ((n = fread(chunk, 1, sizeof(chunk), file)) > 0) text.append(chunk, n);
+    return text;
+}
+
+const char kRule[] = "==============================================================================\n";
+
+std::string frame(const std::string &title, const std::string &labelLine, const std::string &function,
+                  const std::string &file, int line)
+{
+    std::string text = "\n\n";
+    text += kRule;
+    text += title + "\n";
+    text += kRule;
+    text += labelLine;
+    text += "Function:  " + function + "\n";
+    text += "File/Line: " + file + "," + (line >= 0 ? std::to_string(line) : std::string("@LINE@")) + "\n";
+    return text;
+}
+
+} // namespace
+
+ChildResult RunInChild(const std::function<void()> &body)
+{
+    fflush(stdout);
+    fflush(stderr);
+    FILE *out = tmpfile();
+    FILE *err = tmpfile();
+    pid_t pid = fork();
+    if (pid == 0) {
+        // A child that ends through an assertion exits with live objects on
+        // purpose; the leak checker must not turn that into a report.
+        if (__lsan_disable != nullptr) __lsan_disable();
+        dup2(fileno(out), 1);
+        dup2(fileno(err), 2);
+        body();
+        fflush(stdout);
+        fflush(stderr);
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ChildResult result;
+    result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.out = readAll(out);
+    result.err = readAll(err);
+    fclose(out);
+    fclose(err);
+    return result;
+}
+
+std::string AssertionFrame(const std::string &condition, const std::string &function, const std::string &file, int line)
+{
+    return frame("                      ASSERTION FAILED - GURU MEDITATION", "Condition: " + condition + "\n", function,
+                 file, line);
+}
+
+std::string FatalFrame(const std::string &message, const std::string &function, const std::string &file, int line)
+{
+    return frame("                    FATAL ERROR OCCURRED - GURU MEDITATION", "Message:   " + message + "\n", function,
+                 file, line);
+}
+
+bool IsBacktrace(const std::string &text, int minFrames)
+{
+    static const std::regex pattern("RunLoopObject: (\\(nil\\)|0x[0-9a-f]+)\nBacktrace:\n((\\d+): 0x[0-9a-f]+\n)*");
+    if (!std::regex_match(text, pattern)) return false;
+    // Frames are numbered from 0 in order.
+    int expected = 0;
+    size_t at = text.find("Backtrace:\n") + 11;
+    while (at < text.size()) {
+        size_t colon = text.find(':', at);
+        if (std::stoi(text.substr(at, colon - at)) != expected) return false;
+        expected++;
+        at = text.find('\n', colon) + 1;
+    }
+    return expected >= minFrames;
+}
+
+bool MatchesFrame(const std::string &text, const std::string &frameWithLine)
+{
+    size_t marker = frameWithLine.find("@LINE@");
+    size_t frameEnd;
+    if (marker == std::string::npos) {
+        if (text.compare(0, frameWithLine.size(), frameWithLine) != 0) return false;
+        frameEnd = frameWithLine.size();
+    } else {
+        if (text.compare(0, marker, frameWithLine, 0, marker) != 0) return false;
+        size_t digits = marker;
+        while (digits < text.size() && isdigit(static_cast<unsigned char>(text[digits]))) digits++;
+        if (digits == marker || text.compare(digits, 1, "\n") != 0) return false;
+        frameEnd = digits + 1;
+    }
+    return IsBacktrace(text.substr(frameEnd));
+}
+
+namespace {
+::testing::AssertionResult diesWith(const std::function<void()> &body, const std::string &expectedFrame)
+{
+    ChildResult result = RunInChild(body);
+    if (result.exitStatus != 1)
+        return ::testing::AssertionFailure() << "exit status " << result.exitStatus << "\nstdout:\n" << result.out << "\nstderr:\n" << result.err;
+    if (!MatchesFrame(result.out, expectedFrame))
+        return ::testing::AssertionFailure() << "expected frame:\n" << expectedFrame << "\ngot:\n" << result.out;
+    return ::testing::AssertionSuccess();
+}
+} // namespace
+
+::testing::AssertionResult DiesWithAssertion(const std::function<void()> &body, const std::string &condition,
+                                             const std::string &function, const std::string &file, int line)
+{
+    return diesWith(body, AssertionFrame(condition, function, file, line));
+}
+
+::testing::AssertionResult DiesWithFatal(const std::function<void()> &body, const std::string &message,
+                                         const std::string &function, const std::string &file, int line)
+{
+    return diesWith(body, FatalFrame(message, function, file, line));
+}
+
+std::string Text(LUMStringRef str)
+{
+    if (str == nullptr) return "<NULL>";
+    LUMIndex size = LUMStringGetMaximumSizeForEncoding(LUMStringGetLength(str), kLUMStringEncodingUTF8) + 2;
+    std::string buffer(static_cast<size_t>(size), '\0');
+    LUMStringGetCString(str, buffer.data(), size, kLUMStringEncodingUTF8);
+    buffer.resize(strlen(buffer.c_str()));
+    return buffer;
+}
+
+std::string TakeText(LUMStringRef str)
+{
+    std::string text = Text(str);
+    LUMRelease(str);
+    return text;
+}
+
+std::string CFormat(const char *format, ...)
+{
+    char buffer[1024];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(buffer, sizeof(buffer), format, arguments);
+    va_end(arguments);
+    return buffer;
+}
+
+namespace {
+void *countingAllocate(UInt32 size, LUMOptionFlags, void *info)
+{
+    static_cast<CountingAllocator *>(info)->allocations++;
+    return malloc(size);
+}
+void *countingReallocate(void *ptr, UInt32 size, LUMOptionFlags, void *info)
+{
+    static_cast<CountingAllocator *>(info)->reallocations++;
+    return realloc(ptr, size);
+}
+void countingDeallocate(void *ptr, void *info)
+{
+    auto *self = static_cast<CountingAllocator *>(info);
+    self->deallocations++;
+    if (self->freeMemory) free(ptr);
+}
+const void *countingRetain(const void *info)
+{
+    const_cast<CountingAllocator *>(static_cast<const CountingAllocator *>(info))->retains++;
+    return info;
+}
+void countingRelease(const void *info)
+{
+    const_cast<CountingAllocator *>(static_cast<const CountingAllocator *>(info))->releases++;
+}
+} // namespace
+
+CountingAllocator::CountingAllocator()
+{
+    LUMAllocatorContext context = {0, this, countingRetain, countingRelease, nullptr,
+                                   countingAllocate, countingReallocate, countingDeallocate, nullptr};
+    allocator = LUMAllocatorCreate(kLUMAllocatorSystemDefault, &context);
+}
+
+CountingAllocator::~CountingAllocator()
+{
+    if (LUMGetRetainCount(allocator) >= 1) LUMRelease(allocator);
+}
+
+} // namespace lumtest
