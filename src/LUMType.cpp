@@ -81,6 +81,7 @@ Boolean _LUMTypeInitializeInstance(LUMTypeRef memory, LUMAllocatorRef allocator,
     base->magic = _kLUMRuntimeMagicAlive;
     base->typeID = id;
     base->retainCount = 1;
+    base->allocator = nullptr; // caller memory need not be cleared
     // Retain before storing: while the field is still zero the object counts
     // as constant, which lets an allocator be its own allocator without
     // holding a reference to itself.
@@ -127,6 +128,9 @@ void LUMRelease(LUMTypeRef obj)
         LUMAllocatorRef allocator = base->allocator;
         base->magic = _kLUMRuntimeMagicDead;
         LUMAllocatorDeallocate(allocator, const_cast<void *>(obj));
+        // An allocator that allocated itself holds no reference on itself:
+        // it was its own (still constant-looking) allocator when it retained.
+        if (allocator == obj) return;
         obj = allocator;
     }
 }

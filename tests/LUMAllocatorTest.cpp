@@ -133,13 +133,18 @@ TEST(LUMAllocator, NoDefaultMeansNoMemory)
 namespace {
 struct SelfHosted {
     int allocations = 0;
+    int deallocations = 0;
 };
 void *selfAllocate(UInt32 size, LUMOptionFlags, void *info)
 {
     static_cast<SelfHosted *>(info)->allocations++;
     return malloc(size);
 }
-void selfDeallocate(void *ptr, void *info) { free(ptr); }
+void selfDeallocate(void *ptr, void *info)
+{
+    static_cast<SelfHosted *>(info)->deallocations++;
+    free(ptr);
+}
 } // namespace
 
 TEST(LUMAllocator, UseContextAllocatorAllocatesItself)
@@ -154,6 +159,8 @@ TEST(LUMAllocator, UseContextAllocatorAllocatesItself)
     void *block = LUMAllocatorAllocate(allocator, 4, 0);
     EXPECT_EQ(host.allocations, 2);
     LUMAllocatorDeallocate(allocator, block);
+    LUMRelease(allocator); // gives its own memory back to itself, once
+    EXPECT_EQ(host.deallocations, 2);
 }
 
 TEST(LUMAllocator, ReallocateWithoutCallbackGivesNull)

@@ -1,5 +1,0 @@
-if(EXISTS "/work/main/build/tests/lumbase_tests[1]_tests.cmake")
-  include("/work/main/build/tests/lumbase_tests[1]_tests.cmake")
-else()
-  add_test(lumbase_tests_NOT_BUILT lumbase_tests_NOT_BUILT)
-endif()
