@@ -3,7 +3,9 @@
 # it: a C99 program through pkg-config, and a CMake project through
 # find_package(LumBase). Both run and must print the expected texts.
 set -eu
-build="$1"; src="$2"; cc="$3"; emulator="${4:-}"; toolchain="${5:-}"
+build="$1"; src="$2"; cc="$3"; toolchain="${5:-}"
+# CMake hands the emulator over as a list: "qemu-arm;-L;/usr/arm-linux-gnueabihf".
+emulator=$(printf '%s' "${4:-}" | tr ';' ' ')
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix="$work/prefix"
@@ -18,7 +20,7 @@ test -e "$libdir/libLumBase.so"
 
 # shellcheck disable=SC2046
 "$cc" -std=c99 -Wall -Wextra -Werror -o "$work/capi" "$src/c/capi.c" $(pkg-config --cflags --libs lumbase)
-LD_LIBRARY_PATH="$libdir" QEMU_LD_PREFIX="${QEMU_LD_PREFIX:-}" $emulator "$work/capi" > "$work/out.txt"
+LD_LIBRARY_PATH="$libdir" $emulator "$work/capi" > "$work/out.txt"
 grep -q 'all C API checks passed' "$work/out.txt"
 
 mkdir "$work/consumer"
@@ -32,7 +34,7 @@ CMAKE
 cp "$src/c/capi.c" "$work/consumer/capi.c"
 set --
 [ -n "$toolchain" ] && set -- "-DCMAKE_TOOLCHAIN_FILE=$toolchain"
-cmake -S "$work/consumer" -B "$work/consumer/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" "$@" >/dev/null
+cmake -S "$work/consumer" -B "$work/consumer/build" -DLumBase_DIR="$libdir/cmake/LumBase" -DCMAKE_C_COMPILER="$cc" "$@" >/dev/null
 cmake --build "$work/consumer/build" >/dev/null
 LD_LIBRARY_PATH="$libdir" $emulator "$work/consumer/build/consumer" | grep -q 'all C API checks passed'
 echo "installed tree works through pkg-config and find_package"
