@@ -11,8 +11,11 @@
 #include <LumBase/LUMString.h>
 #include <LumBase/LUMArray.h>
 #include <LumBase/LUMDictionary.h>
+#include <LumBase/LUMSet.h>
+#include <LumBase/LUMNumber.h>
 #include <LumBase/LUMData.h>
 #include <LumBase/LUMAutoreleasePool.h>
 #include <LumBase/LUMAbsoluteTime.h>
+#include <LumBase/LUMTest.h>
 
 #endif

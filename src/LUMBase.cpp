@@ -29,6 +29,7 @@ constexpr ModuleStart kModulesBeforeBundle[] = {
     _LUMStringInitializeModule,
     _LUMNullInitializeModule,
     _LUMBooleanInitializeModule,
+    _LUMNumberInitializeModule,
     _LUMArrayInitializeModule,
     _LUMDictionaryInitializeModule,
     _LUMDataInitializeModule,

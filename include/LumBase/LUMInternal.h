@@ -123,11 +123,13 @@ LUM_EXPORT Boolean _LUMAllocatorInitializeModule(void);
 LUM_EXPORT Boolean _LUMStringInitializeModule(void);
 LUM_EXPORT Boolean _LUMNullInitializeModule(void);
 LUM_EXPORT Boolean _LUMBooleanInitializeModule(void);
+LUM_EXPORT Boolean _LUMNumberInitializeModule(void);
 LUM_EXPORT Boolean _LUMArrayInitializeModule(void);
 LUM_EXPORT Boolean _LUMDictionaryInitializeModule(void);
 LUM_EXPORT Boolean _LUMDataInitializeModule(void);
 /* Not called by LUMInitialize: pools register their class on first use. */
 LUM_EXPORT Boolean _LUMAutoreleasePoolInitializeModule(void);
+LUM_EXPORT Boolean _LUMTestInitializeModule(void);
 
 /* The object the run loop is handling right now, or NULL. */
 LUM_EXPORT LUMTypeRef _LUMRunLoopGetCurrentObject(void);
