@@ -298,3 +298,27 @@ TEST(LUMArray, EqualityUsesTheSecondArraysCallbacks)
     LUMRelease(a);
     LUMRelease(b);
 }
+
+TEST(LUMArray, ReplacingWithMoreThan256ValuesUsesTheArraysAllocator)
+{
+    // Above 256 new values the temporary buffer comes from the array's
+    // allocator and is deliberately not given back.
+    CountingAllocator counting;
+    LUMMutableArrayRef array = LUMArrayCreateMutable(counting.allocator, 0, nullptr);
+    std::vector<const void *> values(300);
+    for (size_t i = 0; i < values.size(); i++) values[i] = V(static_cast<intptr_t>(i + 1));
+    int allocationsBefore = counting.allocations;
+    LUMArrayReplaceValues(array, LUMRangeMake(0, 0), values.data(), 300);
+    EXPECT_EQ(counting.allocations, allocationsBefore + 1);
+    EXPECT_EQ(LUMArrayGetCount(array), 300);
+    EXPECT_EQ(Values(array)[299], 300);
+    int deallocationsBefore = counting.deallocations;
+    LUMRelease(array);
+    EXPECT_EQ(counting.deallocations, deallocationsBefore + 2); // the object and its slots, not the buffer
+    const void *small[] = {V(1)};
+    LUMMutableArrayRef other = LUMArrayCreateMutable(counting.allocator, 0, nullptr);
+    allocationsBefore = counting.allocations;
+    LUMArrayReplaceValues(other, LUMRangeMake(0, 0), small, 1);
+    EXPECT_EQ(counting.allocations, allocationsBefore); // on the stack
+    LUMRelease(other);
+}
