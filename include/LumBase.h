@@ -16,6 +16,12 @@
 #include <LumBase/LUMData.h>
 #include <LumBase/LUMAutoreleasePool.h>
 #include <LumBase/LUMAbsoluteTime.h>
+#include <LumBase/LUMMachTime.h>
+#include <LumBase/LUMDate.h>
+#include <LumBase/LUMTimeZone.h>
+#include <LumBase/LUMRunLoop.h>
+#include <LumBase/LUMRunLoopSource.h>
+#include <LumBase/LUMRunLoopTimer.h>
 #include <LumBase/LUMTest.h>
 
 #endif

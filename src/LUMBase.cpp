@@ -25,6 +25,7 @@ using ModuleStart = Boolean (*)(void);
 constexpr ModuleStart kModulesBeforeBundle[] = {
     _LUMTypeInitializeModule,
     _LUMAbsoluteTimeInitializeModule,
+    _LUMMachTimeInitializeModule,
     _LUMAllocatorInitializeModule,
     _LUMStringInitializeModule,
     _LUMNullInitializeModule,
@@ -33,6 +34,13 @@ constexpr ModuleStart kModulesBeforeBundle[] = {
     _LUMArrayInitializeModule,
     _LUMDictionaryInitializeModule,
     _LUMDataInitializeModule,
+    _LUMRunLoopInitializeModule,
+    _LUMRunLoopSourceInitializeModule,
+    _LUMRunLoopTimerInitializeModule,
+    _LUMSocketInitializeModule,
+};
+constexpr ModuleStart kModulesAfterBundle[] = {
+    _LUMTimeZoneInitializeModule,
 };
 
 constexpr size_t kStackMessageBytes = 1000;
@@ -101,6 +109,9 @@ inline FrameRecord *frameRecordAt(void *framePointer)
 Boolean LUMInitialize(int argc, char **argv)
 {
     for (ModuleStart start : kModulesBeforeBundle) {
+        if (!start()) return false;
+    }
+    for (ModuleStart start : kModulesAfterBundle) {
         if (!start()) return false;
     }
     return true;

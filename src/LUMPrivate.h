@@ -63,6 +63,16 @@ static_assert(doubledCapacity(10, 11) == 20);
 static_assert(doubledCapacity(0, 3) == 4);
 static_assert(doubledCapacity(0, 3, false) == 0);
 
+/* A double truncated toward zero and wrapped to 32 bits, as a 32-bit time_t
+ * takes it; NaN gives 0. Defined for every input. */
+inline int32_t truncatedToInt32(double value)
+{
+    if (!(value == value)) return 0;
+    if (value >= 9223372036854775807.0) return static_cast<int32_t>(static_cast<uint32_t>(UINT64_MAX));
+    if (value <= -9223372036854775807.0) return 0;
+    return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(static_cast<int64_t>(value))));
+}
+
 /* A temporary buffer of count elements: inside the object up to StackCount
  * elements, from the C heap above that; given back when the scope ends. */
 template <typename T, size_t StackCount>

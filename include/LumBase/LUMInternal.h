@@ -9,6 +9,9 @@
 #include <LumBase/LUMBase.h>
 #include <LumBase/LUMAllocator.h>
 #include <LumBase/LUMString.h>
+#include <LumBase/LUMAbsoluteTime.h>
+
+#include <sys/select.h>
 
 LUM_EXTERN_C_BEGIN
 
@@ -131,8 +134,49 @@ LUM_EXPORT Boolean _LUMDataInitializeModule(void);
 LUM_EXPORT Boolean _LUMAutoreleasePoolInitializeModule(void);
 LUM_EXPORT Boolean _LUMTestInitializeModule(void);
 
+LUM_EXPORT Boolean _LUMMachTimeInitializeModule(void);
+LUM_EXPORT Boolean _LUMRunLoopInitializeModule(void);
+LUM_EXPORT Boolean _LUMRunLoopSourceInitializeModule(void);
+LUM_EXPORT Boolean _LUMRunLoopTimerInitializeModule(void);
+LUM_EXPORT Boolean _LUMSocketInitializeModule(void);
+LUM_EXPORT Boolean _LUMTimeZoneInitializeModule(void);
+/* Not called by LUMInitialize: dates register their class on first use. */
+LUM_EXPORT Boolean _LUMDateInitializeModule(void);
+
+/* ---- Clocks ---------------------------------------------------------------- */
+
+/* (Re)anchors the monotonic clock on /proc/uptime at wall-clock time now; a
+ * non-initial call also warns on standard error. */
+LUM_EXPORT void _LUMMachTimeInitializeValues(LUMAbsoluteTime now, Boolean initial);
+
+/* ---- Run loop ------------------------------------------------------------- */
+
 /* The object the run loop is handling right now, or NULL. */
 LUM_EXPORT LUMTypeRef _LUMRunLoopGetCurrentObject(void);
+
+/* Called by the run loop after a source joined a mode / before it leaves. */
+LUM_EXPORT void _LUMRunLoopSourceSchedule(LUMRunLoopSourceRef source, LUMRunLoopRef rl, LUMStringRef modeName);
+LUM_EXPORT void _LUMRunLoopSourceCancel(LUMRunLoopSourceRef source, LUMRunLoopRef rl, LUMStringRef modeName);
+/* Performs a valid version 0 source. */
+LUM_EXPORT void _LUMRunLoopSourcePerform(LUMRunLoopSourceRef source);
+LUM_EXPORT void _LUMRunLoopTimerSchedule(LUMRunLoopTimerRef timer, LUMRunLoopRef rl, LUMStringRef modeName);
+LUM_EXPORT void _LUMRunLoopTimerCancel(LUMRunLoopTimerRef timer, LUMRunLoopRef rl, LUMStringRef modeName);
+/* seconds in nanoseconds, truncated toward zero (unused by the timers). */
+LUM_EXPORT int64_t _LUMRunLoopTimerGetTicks(LUMTimeInterval seconds);
+
+/* What the run loop's wait hands to select: the highest descriptor and the
+ * three descriptor sets, filled by the socket module. */
+typedef struct {
+    int32_t maxDescriptor;
+    fd_set readSet;
+    fd_set writeSet;
+    fd_set exceptSet;
+} LUMSelectInfo;
+
+/* Puts the descriptors of all valid sockets into the sets. */
+LUM_EXPORT void _LUMSocketPrepareSelectInfo(LUMSelectInfo *selectInfo);
+/* Marks the ready sockets and signals their run-loop sources. */
+LUM_EXPORT void _LUMSocketProcessSelectInfo(LUMSelectInfo *selectInfo);
 
 LUM_EXTERN_C_END
 

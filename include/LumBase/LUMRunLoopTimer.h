@@ -1,0 +1,44 @@
+/* LUMRunLoopTimer.h — timers that call a function at a date, once or at a
+ * fixed interval, while their mode runs.
+ * Part of LumBase; MIT licence.
+ *
+ * Dates are absolute times, kept on the monotonic clock: setting the wall
+ * clock does not move a timer. A repeating timer that missed firings fires
+ * once and keeps its phase; a one-shot timer (interval <= 0) is invalidated
+ * after its callback. */
+#ifndef LUMBASE_LUMRUNLOOPTIMER_H
+#define LUMBASE_LUMRUNLOOPTIMER_H
+
+#include <LumBase/LUMAbsoluteTime.h>
+
+LUM_EXTERN_C_BEGIN
+
+typedef void (*LUMRunLoopTimerCallBack)(LUMRunLoopTimerRef timer, void *info);
+
+/* retain is never called; release is called at finalisation. */
+typedef struct {
+    LUMIndex version;
+    void *info;
+    const void *(*retain)(const void *info);
+    void (*release)(const void *info);
+    LUMStringRef (*copyDescription)(const void *info);
+} LUMRunLoopTimerContext;
+
+LUM_EXPORT LUMTypeID LUMRunLoopTimerGetTypeID(void);
+/* flags is ignored; context may be NULL. A fireDate in the past is due at once. */
+LUM_EXPORT LUMRunLoopTimerRef LUMRunLoopTimerCreate(LUMAllocatorRef allocator, LUMAbsoluteTime fireDate, LUMTimeInterval interval,
+                                                    LUMOptionFlags flags, LUMIndex order, LUMRunLoopTimerCallBack callBack,
+                                                    const LUMRunLoopTimerContext *context);
+LUM_EXPORT void LUMRunLoopTimerSetNextFireDate(LUMRunLoopTimerRef timer, LUMAbsoluteTime fireDate);
+LUM_EXPORT LUMAbsoluteTime LUMRunLoopTimerGetNextFireDate(LUMRunLoopTimerRef timer);
+LUM_EXPORT LUMTimeInterval LUMRunLoopTimerGetInterval(LUMRunLoopTimerRef timer);
+LUM_EXPORT Boolean LUMRunLoopTimerDoesRepeat(LUMRunLoopTimerRef timer);
+LUM_EXPORT LUMIndex LUMRunLoopTimerGetOrder(LUMRunLoopTimerRef timer);
+LUM_EXPORT Boolean LUMRunLoopTimerIsValid(LUMRunLoopTimerRef timer);
+LUM_EXPORT void LUMRunLoopTimerGetContext(LUMRunLoopTimerRef timer, LUMRunLoopTimerContext *context);
+/* Final: the timer leaves every mode, last added first. */
+LUM_EXPORT void LUMRunLoopTimerInvalidate(LUMRunLoopTimerRef timer);
+
+LUM_EXTERN_C_END
+
+#endif
