@@ -169,15 +169,16 @@ def zone_records(path):
     explicit = [(t, types[i][0], types[i][1], types[i][2]) for t, i in zip(times, indices)]
 
     def standard_offset(k, seq):
-        """The standard offset for a daylight record: the nearest standard
-        record before it, else the nearest after it."""
-        for j in range(k - 1, -1, -1):
-            if not seq[j][2]:
-                return seq[j][1]
-        for j in range(k + 1, len(seq)):
-            if not seq[j][2]:
-                return seq[j][1]
-        return seq[k][1]
+        """The standard offset for a daylight record: that of the standard
+        record it falls back to (the next one), else of the one before it;
+        whichever leaves a non-zero daylight part."""
+        utoff = seq[k][1]
+        after = [seq[j][1] for j in range(k + 1, len(seq)) if not seq[j][2]][:1]
+        before = [seq[j][1] for j in range(k - 1, -1, -1) if not seq[j][2]][:1]
+        for candidate in after + before:
+            if candidate != utoff:
+                return candidate
+        return utoff - 3600
 
     if observes_dst:
         records = [r for r in explicit if START_2000 <= r[0] < END_2050]
@@ -189,12 +190,18 @@ def zone_records(path):
                     name, off = tz["dst"] if is_dst else tz["std"]
                     records.append((t, off, 1 if is_dst else 0, name))
             year += 1
-        # A footer rule can say the same as the last explicit transition.
         records.sort(key=lambda r: r[0])
         seq = records
+        # The daylight records of the explicit data look for their standard
+        # offset among all explicit records (also those before 2000); the
+        # footer's records take the footer's standard offset.
         std_of = {}
         for k, r in enumerate(seq):
-            std_of[k] = tz["std"][1] if r[0] > last else standard_offset(k, explicit_context(explicit, r, seq, k))
+            if r[0] > last:
+                std_of[k] = tz["std"][1]
+            else:
+                position = next(j for j, e in enumerate(explicit) if e[0] == r[0])
+                std_of[k] = standard_offset(position, explicit)
     else:
         seq = [r for r in explicit if r[0] < END_2050]
         std_of = {k: standard_offset(k, seq) for k in range(len(seq))}
@@ -213,12 +220,6 @@ def zone_records(path):
     if len(transitions) > MAX_RECORDS:
         raise ValueError("%s: %d records" % (path, len(transitions)))
     return offsets, transitions
-
-
-def explicit_context(explicit, record, seq, k):
-    """The explicit records up to and with record, so that the standard
-    offset of a daylight record can look back before the year 2000."""
-    return [r for r in explicit if r[0] <= record[0]] or seq[:k + 1]
 
 
 def time_year(t):

@@ -85,4 +85,13 @@ SyslogCapture &LastSyslog();
 
 } // namespace lumtest
 
+/* Controls of the clock, open and select stand-ins (InterposeClock.c). */
+extern "C" {
+extern int64_t lumtest_clock_offset_us;
+extern int lumtest_uptime_mode;
+extern int lumtest_select_fails;
+extern int lumtest_select_calls;
+extern long lumtest_select_last_timeout_us;
+}
+
 #endif
