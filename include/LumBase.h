@@ -22,6 +22,12 @@
 #include <LumBase/LUMRunLoop.h>
 #include <LumBase/LUMRunLoopSource.h>
 #include <LumBase/LUMRunLoopTimer.h>
+#include <LumBase/LUMError.h>
+#include <LumBase/LUMStream.h>
+#include <LumBase/LUMReadStream.h>
+#include <LumBase/LUMWriteStream.h>
+#include <LumBase/LUMPropertyList.h>
+#include <LumBase/LUMSocket.h>
 #include <LumBase/LUMTest.h>
 
 #endif

@@ -9,6 +9,8 @@
 #include "LUMPrivate.h"
 
 #include <LumBase/LUMArray.h>
+#include <LumBase/LUMData.h>
+#include <LumBase/LUMPropertyList.h>
 
 struct __LUMArray {
     LUMRuntimeBase base;
@@ -86,15 +88,12 @@ Boolean __LUMArrayEqualInstance(LUMTypeRef first, LUMTypeRef second)
     return true;
 }
 
-/* The values of an array of objects, described one by one. */
-LUMStringRef copyValuesDescription(const __LUMArray *array)
+/* The array of objects written as JSON. */
+LUMStringRef copyValuesDescription(LUMTypeRef array)
 {
-    LUMMutableStringRef text = LUMStringCreateMutable(nullptr, 0);
-    LUMStringAppendCString(text, "(", kLUMStringEncodingUTF8);
-    for (LUMIndex i = 0; i < array->count; i++) {
-        LUMStringAppendFormat(text, nullptr, i == 0 ? LUMSTR("%@") : LUMSTR(", %@"), array->values[i]);
-    }
-    LUMStringAppendCString(text, ")", kLUMStringEncodingUTF8);
+    LUMDataRef json = LUMPropertyListCreateData(nullptr, array, kLUMPropertyListJSONFormat, 0, nullptr);
+    LUMStringRef text = LUMStringCreateFromExternalRepresentation(nullptr, json, kLUMStringEncodingUTF8);
+    LUMRelease(json);
     return text;
 }
 
@@ -102,7 +101,7 @@ LUMStringRef __LUMArrayCopyDescriptionInstance(LUMTypeRef obj)
 {
     const __LUMArray *array = lum::object<__LUMArray>(obj);
     LUMStringRef text = array->callBacks.copyDescription == LUMCopyDescription
-                            ? copyValuesDescription(array)
+                            ? copyValuesDescription(obj)
                             : static_cast<LUMStringRef>(LUMRetain(LUMSTR("((no LUMTypes))")));
     LUMStringRef description = LUMStringCreateWithFormat(nullptr, nullptr, LUMSTR("<%p LUMArray retainCount=%ld count=%ld values=%@>"),
                                                          obj, static_cast<long>(LUMGetRetainCount(obj)), static_cast<long>(array->count), text);

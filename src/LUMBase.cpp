@@ -37,6 +37,11 @@ constexpr ModuleStart kModulesBeforeBundle[] = {
     _LUMRunLoopInitializeModule,
     _LUMRunLoopSourceInitializeModule,
     _LUMRunLoopTimerInitializeModule,
+    _LUMErrorInitializeModule,
+    _LUMStreamInitializeModule,
+    _LUMReadStreamInitializeModule,
+    _LUMWriteStreamInitializeModule,
+    _LUMPropertyListInitializeModule,
     _LUMSocketInitializeModule,
 };
 constexpr ModuleStart kModulesAfterBundle[] = {

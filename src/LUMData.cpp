@@ -8,6 +8,7 @@
 #include "LUMPrivate.h"
 
 #include <LumBase/LUMData.h>
+#include <LumBase/LUMPropertyList.h>
 
 struct __LUMData {
     LUMRuntimeBase base;
@@ -66,8 +67,10 @@ Boolean __LUMDataEqualInstance(LUMTypeRef first, LUMTypeRef second)
 LUMStringRef __LUMDataCopyDescriptionInstance(LUMTypeRef obj)
 {
     const __LUMData *data = lum::object<__LUMData>(obj);
-    // The bytes read as UTF-8 text.
-    LUMStringRef text = LUMStringCreateWithBytes(nullptr, data->bytes, data->length, kLUMStringEncodingUTF8);
+    // The JSON writer takes the bytes as UTF-8 text and quotes them.
+    LUMDataRef json = LUMPropertyListCreateData(nullptr, obj, kLUMPropertyListJSONFormat, 0, nullptr);
+    LUMStringRef text = LUMStringCreateFromExternalRepresentation(nullptr, json, kLUMStringEncodingUTF8);
+    LUMRelease(json);
     LUMStringRef description = LUMStringCreateWithFormat(
         nullptr, nullptr, LUMSTR("<%p: LUMData retainCount=%ld length=%ld capacity=%ld bytes=%@>"), obj,
         static_cast<long>(LUMGetRetainCount(obj)), static_cast<long>(data->length), static_cast<long>(data->capacity), text);

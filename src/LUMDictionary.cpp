@@ -10,7 +10,9 @@
 #define LUM_SOURCE_FILE "src/LUMDictionary"
 #include "LUMPrivate.h"
 
+#include <LumBase/LUMData.h>
 #include <LumBase/LUMDictionary.h>
+#include <LumBase/LUMPropertyList.h>
 
 struct __LUMDictionary {
     LUMRuntimeBase base;
@@ -121,16 +123,12 @@ Boolean __LUMDictionaryEqualInstance(LUMTypeRef first, LUMTypeRef second)
     return true;
 }
 
-/* The entries of a dictionary of objects, written one by one. */
-LUMStringRef __LUMDictionaryCopyEntriesDescription(const __LUMDictionary *d)
+/* The dictionary of objects written as JSON. */
+LUMStringRef copyEntriesDescription(LUMTypeRef dictionary)
 {
-    LUMMutableStringRef text = LUMStringCreateMutable(nullptr, 0);
-    LUMStringAppendCString(text, "{", kLUMStringEncodingUTF8);
-    for (LUMIndex i = 0; i < d->slotCount; i++) {
-        if (d->keys[i] == nullptr) continue;
-        LUMStringAppendFormat(text, nullptr, LUMSTR("%@ = %@; "), d->keys[i], d->values[i]);
-    }
-    LUMStringAppendCString(text, "}", kLUMStringEncodingUTF8);
+    LUMDataRef json = LUMPropertyListCreateData(nullptr, dictionary, kLUMPropertyListJSONFormat, 0, nullptr);
+    LUMStringRef text = LUMStringCreateFromExternalRepresentation(nullptr, json, kLUMStringEncodingUTF8);
+    LUMRelease(json);
     return text;
 }
 
@@ -139,7 +137,7 @@ LUMStringRef __LUMDictionaryCopyDescription(LUMTypeRef obj)
     const __LUMDictionary *d = lum::object<__LUMDictionary>(obj);
     LUMStringRef text;
     if (d->keyCallBacks.copyDescription == LUMCopyDescription && d->valueCallBacks.copyDescription == LUMCopyDescription) {
-        text = __LUMDictionaryCopyEntriesDescription(d);
+        text = copyEntriesDescription(obj);
     } else {
         text = static_cast<LUMStringRef>(LUMRetain(LUMSTR("((no LUMTypes))")));
     }

@@ -14,8 +14,11 @@
 #include <LumBase/LUMRunLoopSource.h>
 #include <LumBase/LUMSet.h>
 #include <LumBase/LUMSocket.h>
+#include <LumBase/LUMStream.h>
 
 #include <cmath>
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -294,4 +297,99 @@ void _LUMSocketProcessSelectInfo(LUMSelectInfo *selectInfo)
         if ((readable || writable || FD_ISSET(s->native, &selectInfo->exceptSet)) && s->runLoopSource != nullptr)
             LUMRunLoopSourceSignal(s->runLoopSource);
     });
+}
+
+/* ---- Socket stream pairs ----------------------------------------------------
+ * Blocking byte I/O over one socket; the streams own no run-loop source, so
+ * scheduling them does nothing and their clients are never called. */
+
+namespace {
+
+constexpr LUMIndex kHostBytes = 128;
+
+void __LUMSocketStreamCallBack(LUMSocketRef, LUMSocketCallBackType, LUMDataRef, const void *, void *) {}
+
+LUMIndex __LUMStreamSocketRead(LUMReadStreamRef, UInt8 *buffer, LUMIndex length, void *info)
+{
+    return static_cast<LUMIndex>(read(static_cast<LUMSocketRef>(info)->native, buffer, static_cast<size_t>(length)));
+}
+
+LUMIndex __LUMStreamSocketWrite(LUMWriteStreamRef, const UInt8 *bytes, LUMIndex length, void *info)
+{
+    return static_cast<LUMIndex>(write(static_cast<LUMSocketRef>(info)->native, bytes, static_cast<size_t>(length)));
+}
+
+// Always true, so a read may block.
+Boolean __LUMStreamSocketHasBytesAvailable(LUMReadStreamRef, void *) { return true; }
+Boolean __LUMStreamSocketCanAcceptBytes(LUMWriteStreamRef, void *) { return true; }
+
+// The descriptor is shared: closing either stream closes it for both.
+void closeNative(void *info)
+{
+    auto s = static_cast<LUMSocketRef>(info);
+    close(s->native);
+    s->native = -1;
+}
+void __LUMReadStreamSocketClose(LUMReadStreamRef stream, void *info)
+{
+    closeNative(info);
+    _LUMReadStreamGenericClose(stream, info);
+}
+void __LUMWriteStreamSocketClose(LUMWriteStreamRef stream, void *info)
+{
+    closeNative(info);
+    _LUMWriteStreamGenericClose(stream, info);
+}
+
+const void *retainSocket(const void *info) { return LUMRetain(info); }
+void releaseSocket(const void *info) { LUMRelease(info); }
+
+} // namespace
+
+void _LUMSocketCreateStreamPair(LUMAllocatorRef allocator, const LUMSocketSignature *signature, LUMStringRef host, UInt32 port,
+                                LUMSocketNativeHandle native, LUMReadStreamRef *readStream, LUMWriteStreamRef *writeStream)
+{
+    LUMSocketContext none = {};
+    LUMSocketRef s;
+    if (signature != nullptr) {
+        // Deliberately no connect, although the signature may hold an address.
+        s = LUMSocketCreateWithSocketSignature(allocator, signature, 0, __LUMSocketStreamCallBack, &none);
+    } else if (host != nullptr) {
+        s = LUMSocketCreate(allocator, AF_INET, SOCK_STREAM, 0, 0, __LUMSocketStreamCallBack, &none);
+        char hostText[kHostBytes];
+        LUMStringGetCString(host, hostText, kHostBytes, kLUMStringEncodingUTF8);
+        struct sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<uint16_t>(port & 0xFFFF));
+        address.sin_addr.s_addr = inet_addr(hostText); // dotted decimal only: a name gives all ones
+        LUMDataRef addressData = LUMDataCreate(allocator, reinterpret_cast<const UInt8 *>(&address), sizeof(address));
+        LUMSocketConnectToAddress(s, addressData, 0.0); // blocking; the result is not reported
+        LUMRelease(addressData);
+    } else {
+        s = LUMSocketCreateWithNative(allocator, native, 0, __LUMSocketStreamCallBack, &none);
+    }
+    if (s == nullptr) {
+        if (readStream != nullptr) *readStream = nullptr;
+        if (writeStream != nullptr) *writeStream = nullptr;
+        return;
+    }
+    if (readStream != nullptr) {
+        LUMReadStreamContext context = {
+            0, s, retainSocket, releaseSocket, nullptr, __LUMReadStreamSocketClose, _LUMReadStreamGenericCopyError,
+            _LUMReadStreamGenericCopyProperty, nullptr, _LUMReadStreamGenericGetStatus, __LUMStreamSocketHasBytesAvailable,
+            _LUMReadStreamGenericOpen, __LUMStreamSocketRead, _LUMReadStreamGenericSchedule, _LUMReadStreamGenericSetClient,
+            _LUMReadStreamGenericSetProperty, _LUMReadStreamGenericUnschedule,
+        };
+        *readStream = _LUMReadStreamCreateWithContext(allocator, &context);
+    }
+    if (writeStream != nullptr) {
+        LUMWriteStreamContext context = {
+            0, s, retainSocket, releaseSocket, nullptr, __LUMStreamSocketCanAcceptBytes, __LUMWriteStreamSocketClose,
+            _LUMWriteStreamGenericCopyError, _LUMWriteStreamGenericCopyProperty, _LUMWriteStreamGenericGetStatus,
+            _LUMWriteStreamGenericOpen, _LUMWriteStreamGenericSchedule, _LUMWriteStreamGenericSetClient,
+            _LUMWriteStreamGenericSetProperty, _LUMWriteStreamGenericUnschedule, __LUMStreamSocketWrite,
+        };
+        *writeStream = _LUMWriteStreamCreateWithContext(allocator, &context);
+    }
+    LUMRelease(s); // the streams hold it
 }

@@ -10,6 +10,8 @@
 #include <LumBase/LUMAllocator.h>
 #include <LumBase/LUMString.h>
 #include <LumBase/LUMAbsoluteTime.h>
+#include <LumBase/LUMReadStream.h>
+#include <LumBase/LUMWriteStream.h>
 
 #include <sys/select.h>
 
@@ -140,6 +142,11 @@ LUM_EXPORT Boolean _LUMRunLoopSourceInitializeModule(void);
 LUM_EXPORT Boolean _LUMRunLoopTimerInitializeModule(void);
 LUM_EXPORT Boolean _LUMSocketInitializeModule(void);
 LUM_EXPORT Boolean _LUMTimeZoneInitializeModule(void);
+LUM_EXPORT Boolean _LUMErrorInitializeModule(void);
+LUM_EXPORT Boolean _LUMStreamInitializeModule(void);
+LUM_EXPORT Boolean _LUMReadStreamInitializeModule(void);
+LUM_EXPORT Boolean _LUMWriteStreamInitializeModule(void);
+LUM_EXPORT Boolean _LUMPropertyListInitializeModule(void);
 /* Not called by LUMInitialize: dates register their class on first use. */
 LUM_EXPORT Boolean _LUMDateInitializeModule(void);
 
@@ -177,6 +184,55 @@ typedef struct {
 LUM_EXPORT void _LUMSocketPrepareSelectInfo(LUMSelectInfo *selectInfo);
 /* Marks the ready sockets and signals their run-loop sources. */
 LUM_EXPORT void _LUMSocketProcessSelectInfo(LUMSelectInfo *selectInfo);
+
+/* ---- Streams --------------------------------------------------------------- */
+
+/* A stream over a callback table (copied; info replaced by retain(info)). */
+LUM_EXPORT LUMReadStreamRef _LUMReadStreamCreateWithContext(LUMAllocatorRef allocator, const LUMReadStreamContext *context);
+LUM_EXPORT LUMWriteStreamRef _LUMWriteStreamCreateWithContext(LUMAllocatorRef allocator, const LUMWriteStreamContext *context);
+/* The stream's run-loop source: the old one is released, the new retained. */
+LUM_EXPORT void _LUMReadStreamSetRunLoopSource(LUMReadStreamRef stream, LUMRunLoopSourceRef source);
+LUM_EXPORT LUMRunLoopSourceRef _LUMReadStreamGetRunLoopSource(LUMReadStreamRef stream);
+LUM_EXPORT void _LUMWriteStreamSetRunLoopSource(LUMWriteStreamRef stream, LUMRunLoopSourceRef source);
+LUM_EXPORT LUMRunLoopSourceRef _LUMWriteStreamGetRunLoopSource(LUMWriteStreamRef stream);
+/* Calls the client when it asked for event. */
+LUM_EXPORT void _LUMReadStreamNotifyClient(LUMReadStreamRef stream, LUMOptionFlags event);
+LUM_EXPORT void _LUMWriteStreamNotifyClient(LUMWriteStreamRef stream, LUMOptionFlags event);
+
+/* The generic callbacks: status keeping, client registration and run-loop
+ * scheduling through the stream's source. */
+LUM_EXPORT Boolean _LUMReadStreamGenericOpen(LUMReadStreamRef stream, void *info);
+LUM_EXPORT void _LUMReadStreamGenericClose(LUMReadStreamRef stream, void *info);
+LUM_EXPORT LUMStreamStatus _LUMReadStreamGenericGetStatus(LUMReadStreamRef stream, void *info);
+LUM_EXPORT LUMErrorRef _LUMReadStreamGenericCopyError(LUMReadStreamRef stream, void *info);
+LUM_EXPORT LUMTypeRef _LUMReadStreamGenericCopyProperty(LUMReadStreamRef stream, LUMStringRef propertyName, void *info);
+LUM_EXPORT Boolean _LUMReadStreamGenericSetProperty(LUMReadStreamRef stream, LUMStringRef propertyName, LUMTypeRef value, void *info);
+LUM_EXPORT const UInt8 *_LUMReadStreamGenericGetBuffer(LUMReadStreamRef stream, LUMIndex maxBytesToRead, LUMIndex *numBytesRead, void *info);
+LUM_EXPORT void _LUMReadStreamGenericSchedule(LUMReadStreamRef stream, LUMRunLoopRef runLoop, LUMStringRef mode, void *info);
+LUM_EXPORT void _LUMReadStreamGenericUnschedule(LUMReadStreamRef stream, LUMRunLoopRef runLoop, LUMStringRef mode, void *info);
+LUM_EXPORT Boolean _LUMReadStreamGenericSetClient(LUMReadStreamRef stream, LUMOptionFlags streamEvents,
+                                                  LUMReadStreamClientCallBack clientCB,
+                                                  LUMStreamClientContext *clientContext);
+LUM_EXPORT Boolean _LUMWriteStreamGenericOpen(LUMWriteStreamRef stream, void *info);
+LUM_EXPORT void _LUMWriteStreamGenericClose(LUMWriteStreamRef stream, void *info);
+LUM_EXPORT LUMStreamStatus _LUMWriteStreamGenericGetStatus(LUMWriteStreamRef stream, void *info);
+LUM_EXPORT LUMErrorRef _LUMWriteStreamGenericCopyError(LUMWriteStreamRef stream, void *info);
+LUM_EXPORT LUMTypeRef _LUMWriteStreamGenericCopyProperty(LUMWriteStreamRef stream, LUMStringRef propertyName, void *info);
+LUM_EXPORT Boolean _LUMWriteStreamGenericSetProperty(LUMWriteStreamRef stream, LUMStringRef propertyName, LUMTypeRef value, void *info);
+LUM_EXPORT void _LUMWriteStreamGenericSchedule(LUMWriteStreamRef stream, LUMRunLoopRef runLoop, LUMStringRef mode, void *info);
+LUM_EXPORT void _LUMWriteStreamGenericUnschedule(LUMWriteStreamRef stream, LUMRunLoopRef runLoop, LUMStringRef mode, void *info);
+LUM_EXPORT Boolean _LUMWriteStreamGenericSetClient(LUMWriteStreamRef stream, LUMOptionFlags streamEvents,
+                                                   LUMWriteStreamClientCallBack clientCB,
+                                                   LUMStreamClientContext *clientContext);
+
+/* Status of a stream, for concrete streams that keep it through the generic
+ * callbacks (a fixed buffer reports "at end" this way). */
+LUM_EXPORT void _LUMWriteStreamSetStatus(LUMWriteStreamRef stream, LUMStreamStatus status);
+
+/* The socket of a socket stream pair, shared by both streams. */
+LUM_EXPORT void _LUMSocketCreateStreamPair(LUMAllocatorRef allocator, const LUMSocketSignature *signature, LUMStringRef host,
+                                           UInt32 port, LUMSocketNativeHandle native, LUMReadStreamRef *readStream,
+                                           LUMWriteStreamRef *writeStream);
 
 LUM_EXTERN_C_END
 

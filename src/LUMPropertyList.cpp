@@ -1,0 +1,547 @@
+/* LUMPropertyList.cpp — the table-driven JSON reader and the JSON writer.
+ * Part of LumBase; MIT licence.
+ *
+ * Reader invariants: one parse context per call; the current container
+ * receives completed values (mode 0 top level, 1 array, 3 object expecting a
+ * key, 4 object expecting a value); the two stacks hold the enclosing
+ * containers and modes; the parse buffer holds the text of the value being
+ * read. The context owns one reference to the current container and the
+ * container stack owns one to each enclosing container, so that every path,
+ * finished or not, gives everything back. */
+#define LUM_SOURCE_FILE "src/LUMPropertyList"
+#include "LUMPrivate.h"
+
+#include <cstddef>
+
+#include <LumBase/LUMArray.h>
+#include <LumBase/LUMBoolean.h>
+#include <LumBase/LUMData.h>
+#include <LumBase/LUMDictionary.h>
+#include <LumBase/LUMNull.h>
+#include <LumBase/LUMNumber.h>
+#include <LumBase/LUMPropertyList.h>
+#include <LumBase/LUMReadStream.h>
+#include <LumBase/LUMWriteStream.h>
+
+namespace {
+
+constexpr LUMIndex kChunkBytes = 1024;
+constexpr LUMIndex kWriteFlushBytes = 991;
+constexpr int kClassCount = 32;
+constexpr int kStateCount = 36;
+
+enum Mode : int32_t { kModeTop = 0, kModeArray = 1, kModeKey = 3, kModeValue = 4 };
+enum Flags : uint32_t { kFlagEscape = 1, kFlagFraction = 2 };
+
+/* The character classes (128 bytes) and, right behind them, the transition
+ * table (36 states x 32 classes), in one block: a class of -1 reads the last
+ * column of the row before, and in state 0 the last class-table entry. That
+ * is how the automaton has always behaved, and it is kept. */
+struct JSONTables {
+    int8_t characterClassByCharacter[128];
+    int8_t stateTransitions[kStateCount * kClassCount];
+};
+
+constexpr JSONTables __kLUMPropertyListJSONTables = {
+    {
+        // Classes: 0 space, 1 tab/LF/CR, 2 {, 3 }, 4 [, 5 ], 6 :, 7 ",", 8 ",
+        // 9 backslash, 10 /, 11 +, 12 -, 13 ., 14 0, 15 1-9, 16-27 a b c d e
+        // f l n r s t u, 28 A-D F, 29 E, 30 other printable, 31 *, -1 control.
+    /*   0 */  -1, -1, -1, -1, -1, -1, -1, -1, -1,  1,  1, -1, -1,  1, -1, -1,
+    /*  16 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+    /*  32 */   0, 30,  8, 30, 30, 30, 30, 30, 30, 30, 31, 11,  7, 12, 13, 10,
+    /*  48 */  14, 15, 15, 15, 15, 15, 15, 15, 15, 15,  6, 30, 30, 30, 30, 30,
+    /*  64 */  30, 28, 28, 28, 28, 29, 28, 30, 30, 30, 30, 30, 30, 30, 30, 30,
+    /*  80 */  30, 30, 30, 30, 30, 30, 30, 30, 30, 30, 30,  4,  9,  5, 30, 30,
+    /*  96 */  30, 16, 17, 18, 19, 20, 21, 30, 30, 30, 30, 30, 22, 30, 23, 30,
+    /* 112 */  30, 30, 24, 25, 26, 27, 30, 30, 30, 30, 30,  2, 30,  3, 30, 30,
+    },
+    {
+        // Non-negative: the next state. -1: error. Below -1: an action.
+    //       sp  ws   {   }   [   ]   :   ,   "   \   /   +   -   .   0 1-9   a   b   c   d   e   f   l   n   r   s   t   u A-F   E oth   *
+    /*  0 */   0,  0, -6, -1, -5, -1, -1, -1, -1, -1,-10, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // start
+    /*  1 */   1,  1, -1, -8, -1, -7, -1, -3, -1, -1,-10, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // value done
+    /*  2 */   2,  2, -1, -9, -1, -1, -1, -1,-17, -1,-10, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // object open
+    /*  3 */   3,  3, -1, -1, -1, -1, -1, -1,-17, -1,-10, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // key
+    /*  4 */   4,  4, -1, -1, -1, -1, -2, -1, -1, -1,-10, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // colon
+    /*  5 */   5,  5, -6, -1, -5, -1, -1, -1,-17, -1,-10, -1,-18, -1,-19,-20, -1, -1, -1, -1, -1,-12, -1,-14, -1, -1,-13, -1, -1, -1, -1, -1,  // value
+    /*  6 */   6,  6, -6, -1, -5, -7, -1, -1,-17, -1,-10, -1,-18, -1,-19,-20, -1, -1, -1, -1, -1,-12, -1,-14, -1, -1,-13, -1, -1, -1, -1, -1,  // array open
+    /*  7 */   7, -1,  7,  7,  7,  7,  7,  7, -4,-21,  7,  7,  7,  7,  7,  7,  7,  7,  7,  7,  7,  7,  7,  7,  7,  7,  7,  7,  7,  7,  7,  7,  // string
+    /*  8 */  -1, -1, -1, -1, -1, -1, -1, -1,  7,  7,  7, -1, -1, -1, -1, -1, -1,  7, -1, -1, -1,  7, -1,  7,  7, -1,  7,  9, -1, -1, -1, -1,  // escape
+    /*  9 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 10, 10, 10, 10, 10, 10, 10, 10, -1, -1, -1, -1, -1, -1, 10, 10, -1, -1,  // hex 1
+    /* 10 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 11, 11, 11, 11, 11, 11, 11, 11, -1, -1, -1, -1, -1, -1, 11, 11, -1, -1,  // hex 2
+    /* 11 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 12, 12, 12, 12, 12, 12, 12, 12, -1, -1, -1, -1, -1, -1, 12, 12, -1, -1,  // hex 3
+    /* 12 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,-22,-22,-22,-22,-22,-22,-22,-22, -1, -1, -1, -1, -1, -1,-22,-22, -1, -1,  // hex 4
+    /* 13 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 14, 15, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // minus
+    /* 14 */   1,  1, -1, -8, -1, -7, -1, -3, -1, -1,-10, -1, -1,-16, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // zero
+    /* 15 */   1,  1, -1, -8, -1, -7, -1, -3, -1, -1,-10, -1, -1,-16, 15, 15, -1, -1, -1, -1,-15, -1, -1, -1, -1, -1, -1, -1, -1,-15, -1, -1,  // integer
+    /* 16 */   1,  1, -1, -8, -1, -7, -1, -3, -1, -1,-10, -1, -1, -1, 16, 16, -1, -1, -1, -1, 17, -1, -1, -1, -1, -1, -1, -1, -1, 17, -1, -1,  // fraction
+    /* 17 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 18, 18, -1, 19, 19, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // exp start
+    /* 18 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 19, 19, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // exp sign
+    /* 19 */   1,  1, -1, -8, -1, -7, -1, -3, -1, -1, -1, -1, -1, -1, 19, 19, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // exp digits
+    /* 20 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 21, -1, -1, -1, -1, -1, -1, -1,  // t
+    /* 21 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 22, -1, -1, -1, -1,  // tr
+    /* 22 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,-10, -1, -1, -1, -1, -1, -1, -1, -1, -1,  1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // tru
+    /* 23 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 24, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // f
+    /* 24 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 25, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // fa
+    /* 25 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 26, -1, -1, -1, -1, -1, -1,  // fal
+    /* 26 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,-10, -1, -1, -1, -1, -1, -1, -1, -1, -1,  1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // fals
+    /* 27 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 28, -1, -1, -1, -1,  // n
+    /* 28 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 29, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // nu
+    /* 29 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,-10, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // nul
+    /* 30 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 31,  // comment
+    /* 31 */  31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 32,  // comment *
+    /* 32 */  31, 31, 31, 31, 31, 31, 31, 31, 31, 31,-11, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 31, 32,  // comment **
+    /* 33 */   1,  1, -1, -8, -1, -7, -1, -3, -1, -1, -1, -1, -1, -1, 16, 16, -1, -1, -1, -1, 17, -1, -1, -1, -1, -1, -1, -1, -1, 17, -1, -1,  // point
+    /* 34 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, 35, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  // escape 2
+    /* 35 */  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,  9, -1, -1, -1, -1,  // escape 2, after its backslash
+    },
+};
+static_assert(sizeof(JSONTables) == 128 + kStateCount * kClassCount);
+static_assert(offsetof(JSONTables, stateTransitions) == 128);
+
+constexpr const int8_t *__LUMPropertyListJSONCharacterClassByCharacter = __kLUMPropertyListJSONTables.characterClassByCharacter;
+
+int8_t transition(int32_t state, int32_t characterClass)
+{
+    // Read through the whole block, so that class -1 reaches into the row
+    // (or the table) before, as the automaton does.
+    const int8_t *block = reinterpret_cast<const int8_t *>(&__kLUMPropertyListJSONTables);
+    return block[128 + state * kClassCount + characterClass];
+}
+
+struct ParseContext {
+    LUMAllocatorRef allocator;
+    LUMReadStreamRef stream;
+    LUMPropertyListFormat format;
+    LUMOptionFlags options;
+    LUMErrorRef error;
+    LUMTypeRef container;
+    LUMTypeRef pendingKey;
+    int32_t mode;
+    int32_t state;
+    LUMMutableStringRef buffer;
+    LUMMutableArrayRef containerStack;
+    LUMMutableArrayRef modeStack;
+    LUMTypeID valueType;
+    uint32_t flags;
+};
+
+void removeLastUnit(ParseContext &c)
+{
+    LUMIndex length = LUMStringGetLength(c.buffer);
+    if (length > 0) LUMStringDelete(c.buffer, LUMRangeMake(length - 1, 1));
+}
+
+void clearBuffer(ParseContext &c) { LUMStringDelete(c.buffer, LUMRangeMake(0, LUMStringGetLength(c.buffer))); }
+
+void appendUnit(ParseContext &c, UniChar unit) { LUMStringAppendCharacters(c.buffer, &unit, 1); }
+
+/* Replaces the six units \uXXXX at the end of the buffer by the unit they
+ * name. Surrogate halves go in one by one, unpaired. */
+void __LUMPropertyListContextParseJSONDecodeUnicodeChar(ParseContext &context)
+{
+    LUMIndex length = LUMStringGetLength(context.buffer);
+    LUM_ASSERT_AT(563, length >= 6);
+    UniChar units[6];
+    LUMStringGetCharacters(context.buffer, LUMRangeMake(length - 6, 6), units);
+    UniChar result = 0;
+    for (int k = 0; k < 4; k++) {
+        UniChar c = units[5 - k];
+        if (c < 'A') c = static_cast<UniChar>(c - '0');
+        else if (c < 'a') c = static_cast<UniChar>(c - 55);
+        else c = static_cast<UniChar>(c - 87);
+        LUM_ASSERT_AT(581, c < 16);
+        result = static_cast<UniChar>(result | (c << (4 * k)));
+    }
+    LUMStringDelete(context.buffer, LUMRangeMake(length - 6, 6));
+    appendUnit(context, result);
+}
+
+/* Makes the value the buffer and the value type describe, places it by the
+ * mode and, with a push mode, makes it the current container. */
+void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t pushMode)
+{
+    LUMTypeRef value = nullptr;
+    LUMTypeID type = c.valueType;
+    if (type == 0) {
+        value = nullptr;
+    } else if (type == LUMNullGetTypeID()) {
+        value = kLUMNull;
+    } else if (type == LUMBooleanGetTypeID()) {
+        value = LUMEqual(c.buffer, LUMSTR("true")) ? kLUMBooleanTrue : kLUMBooleanFalse;
+    } else if (type == LUMNumberGetTypeID()) {
+        // The kind comes from bit 1 of the state word at completion, not from
+        // the fraction flag: deliberate.
+        if (c.state & 2) {
+            double real = LUMStringGetDoubleValue(c.buffer);
+            value = LUMNumberCreate(c.allocator, kLUMNumberDoubleType, &real);
+        } else {
+            int32_t integer = LUMStringGetIntValue(c.buffer);
+            value = LUMNumberCreate(c.allocator, kLUMNumberSInt32Type, &integer);
+        }
+    } else if (type == LUMDictionaryGetTypeID()) {
+        value = LUMDictionaryCreateMutable(c.allocator, 0, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
+    } else if (type == LUMArrayGetTypeID()) {
+        value = LUMArrayCreateMutable(c.allocator, 0, &kLUMTypeArrayCallBacks);
+    } else if (type == LUMStringGetTypeID()) {
+        value = LUMStringCreateCopy(c.allocator, c.buffer);
+    }
+    if (value != nullptr) {
+        if (c.mode == kModeTop || c.mode == kModeArray) {
+            LUMArrayAppendValue(static_cast<LUMMutableArrayRef>(const_cast<void *>(c.container)), value);
+        } else if (c.mode == kModeKey) {
+            LUMRelease(c.pendingKey);
+            c.pendingKey = LUMRetain(value);
+        } else if (c.mode == kModeValue) {
+            LUMDictionarySetValue(static_cast<LUMMutableDictionaryRef>(const_cast<void *>(c.container)), c.pendingKey, value);
+            LUMRelease(c.pendingKey);
+            c.pendingKey = nullptr;
+        }
+        if (pushMode != 0) {
+            LUMArrayAppendValue(c.modeStack, reinterpret_cast<const void *>(static_cast<intptr_t>(c.mode)));
+            LUMArrayAppendValue(c.containerStack, c.container);
+            LUMRelease(c.container);
+            c.mode = pushMode;
+            c.container = LUMRetain(value);
+        }
+        LUMRelease(value);
+    }
+    clearBuffer(c);
+    c.valueType = 0;
+}
+
+bool __LUMPropertyListContextPopMode(ParseContext &c, int32_t expectedMode)
+{
+    if (c.mode != expectedMode) return false;
+    LUMIndex depth = LUMArrayGetCount(c.containerStack);
+    if (depth == 0) return false;
+    LUMRelease(c.container);
+    c.container = LUMRetain(LUMArrayGetValueAtIndex(c.containerStack, depth - 1));
+    c.mode = static_cast<int32_t>(reinterpret_cast<intptr_t>(LUMArrayGetValueAtIndex(c.modeStack, depth - 1)));
+    LUMArrayRemoveValueAtIndex(c.containerStack, depth - 1);
+    LUMArrayRemoveValueAtIndex(c.modeStack, depth - 1);
+    return true;
+}
+
+/* Runs an action; false fails the step. */
+bool runAction(ParseContext &c, int8_t action)
+{
+    switch (action) {
+    case -2: // ':'
+        removeLastUnit(c);
+        __LUMPropertyListContextParseJSONParseStringBuffer(c, 0);
+        if (c.mode != kModeKey) return false;
+        c.mode = kModeValue;
+        c.state = 5;
+        return true;
+    case -3: // ','
+        removeLastUnit(c);
+        __LUMPropertyListContextParseJSONParseStringBuffer(c, 0);
+        if (c.mode == kModeArray) c.state = 5;
+        else if (c.mode == kModeValue) { c.state = 3; c.mode = kModeKey; }
+        else return false;
+        return true;
+    case -4: // closing '"'
+        removeLastUnit(c);
+        __LUMPropertyListContextParseJSONParseStringBuffer(c, 0);
+        if (c.mode == kModeKey) c.state = 4;
+        else if (c.mode == kModeValue || c.mode == kModeArray) c.state = 1;
+        else return false;
+        return true;
+    case -5: // '['
+        c.valueType = LUMArrayGetTypeID();
+        __LUMPropertyListContextParseJSONParseStringBuffer(c, kModeArray);
+        c.state = 6;
+        return true;
+    case -6: // '{'
+        c.valueType = LUMDictionaryGetTypeID();
+        __LUMPropertyListContextParseJSONParseStringBuffer(c, kModeKey);
+        c.state = 2;
+        return true;
+    case -7: // ']'
+        removeLastUnit(c);
+        __LUMPropertyListContextParseJSONParseStringBuffer(c, 0);
+        if (!__LUMPropertyListContextPopMode(c, kModeArray)) return false;
+        c.state = 1;
+        return true;
+    case -8: // '}' after a value
+        removeLastUnit(c);
+        __LUMPropertyListContextParseJSONParseStringBuffer(c, 0);
+        if (!__LUMPropertyListContextPopMode(c, kModeValue)) return false;
+        c.state = 1;
+        return true;
+    case -9: // '}' of an empty object
+        clearBuffer(c);
+        if (!__LUMPropertyListContextPopMode(c, kModeKey)) return false;
+        c.state = 1;
+        return true;
+    case -10: // '/' and the end of a comment: comments are not carried out
+    case -11:
+        return false;
+    case -12: c.valueType = LUMBooleanGetTypeID(); c.state = 23; return true; // 'f'
+    case -13: c.valueType = LUMBooleanGetTypeID(); c.state = 20; return true; // 't'
+    case -14: c.valueType = LUMNullGetTypeID(); c.state = 27; return true;    // 'n'
+    case -15: c.valueType = LUMNumberGetTypeID(); c.flags |= kFlagFraction; c.state = 17; return true;  // e E
+    case -16: c.valueType = LUMNumberGetTypeID(); c.flags |= kFlagFraction; c.state = 33; return true;  // '.'
+    case -17: clearBuffer(c); c.valueType = LUMStringGetTypeID(); c.state = 7; return true;           // opening '"'
+    case -18: c.valueType = LUMNumberGetTypeID(); c.flags &= ~kFlagFraction; c.state = 13; return true; // '-'
+    case -19: c.valueType = LUMNumberGetTypeID(); c.flags &= ~kFlagFraction; c.state = 14; return true; // '0'
+    case -20: c.valueType = LUMNumberGetTypeID(); c.flags &= ~kFlagFraction; c.state = 15; return true; // 1-9
+    case -21: // backslash in a string
+        removeLastUnit(c);
+        c.flags |= kFlagEscape;
+        c.state = 8;
+        return true;
+    case -22: // the fourth hex digit
+        __LUMPropertyListContextParseJSONDecodeUnicodeChar(c);
+        c.state = 7;
+        return true;
+    default:
+        return false;
+    }
+}
+
+/* One byte; false fails the step (the rest of the chunk is dropped). */
+bool parseByte(ParseContext &c, UInt8 byte)
+{
+    int32_t characterClass = byte < 128 ? __LUMPropertyListJSONCharacterClassByCharacter[byte] : 30;
+    // The byte is one code unit: UTF-8 is not decoded here, on purpose.
+    UniChar unit = byte;
+    if (c.state == 8) {
+        c.flags &= ~kFlagEscape;
+        switch (byte) {
+        case '"': case '/': case '\\': break;
+        case 'b': unit = 8; break;
+        case 'f': unit = 12; break;
+        case 'n': unit = 10; break;
+        case 'r': unit = 13; break;
+        case 't': unit = 9; break;
+        case 'u': appendUnit(c, '\\'); break; // keeps the six units of \uXXXX
+        default: return false;
+        }
+        appendUnit(c, unit);
+    } else if (!((characterClass == 0 || characterClass == 1) && c.valueType == 0)) {
+        appendUnit(c, unit);
+    }
+    int8_t entry = transition(c.state, characterClass);
+    if (entry >= 0) {
+        c.state = entry;
+        return true;
+    }
+    return runAction(c, entry);
+}
+
+/* ---- Writer ------------------------------------------------------------------ */
+
+constexpr char __LUMPropertyListHexChars[] = "0123456789ABCDEF";
+
+struct WriteContext {
+    LUMAllocatorRef allocator;
+    LUMWriteStreamRef stream;
+    Boolean isFirstElement;
+    LUMIndex bytesWritten;
+    LUMPropertyListFormat format;
+    LUMOptionFlags options;
+    LUMErrorRef error;
+};
+
+void writeBytes(WriteContext &w, const UInt8 *bytes, LUMIndex length)
+{
+    if (length <= 0) return;
+    LUMWriteStreamWrite(w.stream, bytes, length); // the result is not checked
+    w.bytesWritten += length;
+}
+
+void writeText(WriteContext &w, const char *text) { writeBytes(w, reinterpret_cast<const UInt8 *>(text), static_cast<LUMIndex>(strlen(text))); }
+
+void __LUMPropertyListContextWriteString(WriteContext &w, LUMStringRef string, bool escapeQuotes)
+{
+    UInt8 out[kWriteFlushBytes + 16];
+    LUMIndex used = 0;
+    LUMStringInlineBuffer buffer;
+    LUMIndex length = LUMStringGetLength(string);
+    LUMStringInitInlineBuffer(string, &buffer, LUMRangeMake(0, length));
+    for (LUMIndex i = 0; i < length; i++) {
+        if (used > kWriteFlushBytes) {
+            writeBytes(w, out, used);
+            used = 0;
+        }
+        UniChar unit = LUMStringGetCharacterFromInlineBuffer(&buffer, i);
+        if (unit == '\\') {
+            out[used++] = '\\';
+            out[used++] = '\\';
+        } else if (unit == '"' && escapeQuotes) {
+            out[used++] = '\\';
+            out[used++] = '"';
+        } else if (unit >= 32 && unit <= 127) {
+            out[used++] = static_cast<UInt8>(unit);
+        } else {
+            out[used++] = '\\';
+            out[used++] = 'u';
+            for (int shift = 12; shift >= 0; shift -= 4) out[used++] = static_cast<UInt8>(__LUMPropertyListHexChars[(unit >> shift) & 0xF]);
+        }
+    }
+    writeBytes(w, out, used);
+}
+
+void writeQuoted(WriteContext &w, LUMStringRef string)
+{
+    writeText(w, "\"");
+    __LUMPropertyListContextWriteString(w, string, true);
+    writeText(w, "\"");
+}
+
+void __LUMPropertyListWriteJSON(LUMTypeRef object, WriteContext &w);
+
+void __LUMPropertyListWriteJSONArrayApplierFunction(const void *value, void *context)
+{
+    WriteContext &w = *static_cast<WriteContext *>(context);
+    if (w.isFirstElement) w.isFirstElement = false;
+    else writeText(w, ",");
+    __LUMPropertyListWriteJSON(value, w);
+}
+
+void __LUMPropertyListWriteJSONDictionaryApplierFunction(const void *key, const void *value, void *context)
+{
+    WriteContext &w = *static_cast<WriteContext *>(context);
+    if (w.isFirstElement) w.isFirstElement = false;
+    else writeText(w, ",");
+    __LUMPropertyListWriteJSON(key, w); // a key that is not a string goes out as what it is
+    writeText(w, ":");
+    __LUMPropertyListWriteJSON(value, w);
+}
+
+void __LUMPropertyListWriteJSON(LUMTypeRef object, WriteContext &w)
+{
+    LUMTypeID type = LUMGetTypeID(object);
+    if (type == LUMDictionaryGetTypeID()) {
+        writeText(w, "{");
+        w.isFirstElement = true;
+        LUMDictionaryApplyFunction(static_cast<LUMDictionaryRef>(object), __LUMPropertyListWriteJSONDictionaryApplierFunction, &w);
+        w.isFirstElement = false;
+        writeText(w, "}");
+    } else if (type == LUMArrayGetTypeID()) {
+        auto array = static_cast<LUMArrayRef>(object);
+        writeText(w, "[");
+        w.isFirstElement = true;
+        LUMArrayApplyFunction(array, LUMRangeMake(0, LUMArrayGetCount(array)), __LUMPropertyListWriteJSONArrayApplierFunction, &w);
+        w.isFirstElement = false;
+        writeText(w, "]");
+    } else if (type == LUMStringGetTypeID()) {
+        writeQuoted(w, static_cast<LUMStringRef>(object));
+    } else if (type == LUMNumberGetTypeID()) {
+        auto number = static_cast<LUMNumberRef>(object);
+        LUMStringRef text;
+        if (!LUMNumberIsFloatType(number)) {
+            int32_t integer = 0;
+            LUMNumberGetValue(number, kLUMNumberLongType, &integer);
+            text = LUMStringCreateWithFormat(w.allocator, nullptr, LUMSTR("%ld"), static_cast<long>(integer));
+        } else {
+            double real = 0;
+            LUMNumberGetValue(number, kLUMNumberDoubleType, &real);
+            text = LUMStringCreateWithFormat(w.allocator, nullptr, LUMSTR("%f"), real);
+        }
+        __LUMPropertyListContextWriteString(w, text, false);
+        LUMRelease(text);
+    } else if (type == LUMBooleanGetTypeID()) {
+        writeText(w, LUMBooleanGetValue(static_cast<LUMBooleanRef>(object)) ? "true" : "false");
+    } else if (type == LUMNullGetTypeID()) {
+        writeText(w, "null");
+    } else if (type == LUMDataGetTypeID()) {
+        auto data = static_cast<LUMDataRef>(object);
+        LUMStringRef text = LUMStringCreateWithBytesNoCopy(w.allocator, LUMDataGetBytePtr(data), LUMDataGetLength(data),
+                                                           kLUMStringEncodingUTF8, false, kLUMAllocatorNull);
+        writeQuoted(w, text);
+        LUMRelease(text);
+    } else {
+        LUMStringRef description = LUMCopyDescription(object);
+        writeQuoted(w, description);
+        LUMRelease(description);
+    }
+}
+
+} // namespace
+
+Boolean _LUMPropertyListInitializeModule(void) { return true; }
+
+LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef allocator, LUMReadStreamRef stream, LUMIndex streamLength,
+                                                   LUMOptionFlags options, LUMPropertyListFormat *format, LUMErrorRef *error)
+{
+    ParseContext c = {};
+    c.allocator = allocator;
+    c.stream = stream;
+    c.format = kLUMPropertyListJSONFormat;
+    c.options = options;
+    LUMMutableArrayRef root = LUMArrayCreateMutable(allocator, 0, &kLUMTypeArrayCallBacks);
+    c.container = LUMRetain(root);
+    c.mode = kModeTop;
+    c.state = 0;
+    c.buffer = LUMStringCreateMutable(allocator, 0);
+    c.containerStack = LUMArrayCreateMutable(allocator, 0, &kLUMTypeArrayCallBacks);
+    c.modeStack = LUMArrayCreateMutable(allocator, 0, nullptr);
+
+    UInt8 local[kChunkBytes];
+    while (LUMReadStreamHasBytesAvailable(stream)) {
+        LUMIndex length = 0;
+        const UInt8 *chunk = LUMReadStreamGetBuffer(stream, kChunkBytes, &length);
+        if (chunk == nullptr) {
+            length = LUMReadStreamRead(stream, local, kChunkBytes);
+            chunk = local;
+        }
+        if (length == 0) break;
+        if (length < 0) continue;
+        for (LUMIndex i = 0; i < length; i++) {
+            if (!parseByte(c, chunk[i])) break; // the rest of the chunk is dropped; the state stays
+        }
+    }
+
+    if (format != nullptr) *format = kLUMPropertyListJSONFormat;
+    if (error != nullptr) *error = nullptr;
+    LUMPropertyListRef result = LUMArrayGetCount(root) > 0 ? LUMRetain(LUMArrayGetValueAtIndex(root, 0)) : nullptr;
+    LUMRelease(c.pendingKey);
+    LUMRelease(c.container);
+    LUMRelease(c.containerStack);
+    LUMRelease(c.modeStack);
+    LUMRelease(c.buffer);
+    LUMRelease(root);
+    return result;
+}
+
+LUMPropertyListRef LUMPropertyListCreateWithData(LUMAllocatorRef allocator, LUMDataRef data, LUMOptionFlags options,
+                                                 LUMPropertyListFormat *format, LUMErrorRef *error)
+{
+    LUMReadStreamRef stream = LUMReadStreamCreateWithBytesNoCopy(allocator, LUMDataGetBytePtr(data), LUMDataGetLength(data), kLUMAllocatorNull);
+    LUMPropertyListRef result = LUMPropertyListCreateWithStream(allocator, stream, 0, options, format, error);
+    LUMRelease(stream);
+    return result;
+}
+
+LUMIndex LUMPropertyListWrite(LUMPropertyListRef propertyList, LUMWriteStreamRef stream, LUMPropertyListFormat format,
+                              LUMOptionFlags options, LUMErrorRef *error)
+{
+    if (format != kLUMPropertyListJSONFormat) return 0;
+    WriteContext w = {};
+    w.allocator = nullptr;
+    w.stream = stream;
+    w.format = format;
+    w.options = options;
+    __LUMPropertyListWriteJSON(propertyList, w);
+    if (error != nullptr) *error = nullptr;
+    return w.bytesWritten;
+}
+
+LUMDataRef LUMPropertyListCreateData(LUMAllocatorRef allocator, LUMPropertyListRef propertyList, LUMPropertyListFormat format,
+                                     LUMOptionFlags options, LUMErrorRef *error)
+{
+    LUMWriteStreamRef stream = LUMWriteStreamCreateWithAllocatedBuffers(nullptr, nullptr);
+    LUMPropertyListWrite(propertyList, stream, format, options, error);
+    auto data = static_cast<LUMDataRef>(LUMWriteStreamCopyProperty(stream, kLUMStreamPropertyDataWritten));
+    LUMRelease(stream);
+    return data;
+}
+
+Boolean LUMPropertyListIsValid(LUMPropertyListRef plist, LUMPropertyListFormat format)
+{
+    return format == kLUMPropertyListJSONFormat && LUMGetTypeID(plist) == LUMDictionaryGetTypeID();
+}
