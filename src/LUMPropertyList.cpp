@@ -339,7 +339,6 @@ constexpr char __LUMPropertyListHexChars[] = "0123456789ABCDEF";
 struct WriteContext {
     LUMAllocatorRef allocator;
     LUMWriteStreamRef stream;
-    Boolean isFirstElement;
     LUMIndex bytesWritten;
     LUMPropertyListFormat format;
     LUMOptionFlags options;
@@ -392,43 +391,11 @@ void writeQuoted(WriteContext &w, LUMStringRef string)
     writeText(w, "\"");
 }
 
-void __LUMPropertyListWriteJSON(LUMTypeRef object, WriteContext &w);
-
-void __LUMPropertyListWriteJSONArrayApplierFunction(const void *value, void *context)
-{
-    WriteContext &w = *static_cast<WriteContext *>(context);
-    if (w.isFirstElement) w.isFirstElement = false;
-    else writeText(w, ",");
-    __LUMPropertyListWriteJSON(value, w);
-}
-
-void __LUMPropertyListWriteJSONDictionaryApplierFunction(const void *key, const void *value, void *context)
-{
-    WriteContext &w = *static_cast<WriteContext *>(context);
-    if (w.isFirstElement) w.isFirstElement = false;
-    else writeText(w, ",");
-    __LUMPropertyListWriteJSON(key, w); // a key that is not a string goes out as what it is
-    writeText(w, ":");
-    __LUMPropertyListWriteJSON(value, w);
-}
-
-void __LUMPropertyListWriteJSON(LUMTypeRef object, WriteContext &w)
+/* Writes one value that is not a container. */
+void writeScalar(LUMTypeRef object, WriteContext &w)
 {
     LUMTypeID type = LUMGetTypeID(object);
-    if (type == LUMDictionaryGetTypeID()) {
-        writeText(w, "{");
-        w.isFirstElement = true;
-        LUMDictionaryApplyFunction(static_cast<LUMDictionaryRef>(object), __LUMPropertyListWriteJSONDictionaryApplierFunction, &w);
-        w.isFirstElement = false;
-        writeText(w, "}");
-    } else if (type == LUMArrayGetTypeID()) {
-        auto array = static_cast<LUMArrayRef>(object);
-        writeText(w, "[");
-        w.isFirstElement = true;
-        LUMArrayApplyFunction(array, LUMRangeMake(0, LUMArrayGetCount(array)), __LUMPropertyListWriteJSONArrayApplierFunction, &w);
-        w.isFirstElement = false;
-        writeText(w, "]");
-    } else if (type == LUMStringGetTypeID()) {
+    if (type == LUMStringGetTypeID()) {
         writeQuoted(w, static_cast<LUMStringRef>(object));
     } else if (type == LUMNumberGetTypeID()) {
         auto number = static_cast<LUMNumberRef>(object);
@@ -449,6 +416,7 @@ void __LUMPropertyListWriteJSON(LUMTypeRef object, WriteContext &w)
     } else if (type == LUMNullGetTypeID()) {
         writeText(w, "null");
     } else if (type == LUMDataGetTypeID()) {
+        // The bytes taken as UTF-8 text, without copying.
         auto data = static_cast<LUMDataRef>(object);
         LUMStringRef text = LUMStringCreateWithBytesNoCopy(w.allocator, LUMDataGetBytePtr(data), LUMDataGetLength(data),
                                                            kLUMStringEncodingUTF8, false, kLUMAllocatorNull);
@@ -460,6 +428,111 @@ void __LUMPropertyListWriteJSON(LUMTypeRef object, WriteContext &w)
         LUMRelease(description);
     }
 }
+
+/* A container being written: its entries in the order its apply function
+ * gives (slot order for dictionaries), and how far the writer has got. */
+struct OpenContainer {
+    bool isDictionary;
+    LUMIndex next;
+    LUMIndex count;
+    const void **keys;   // dictionaries only
+    const void **values;
+};
+
+/* The writer keeps its own stack of open containers instead of recursing,
+ * so that any depth a document can have is written with constant machine
+ * stack; the output is the same as element-by-element recursion gives. */
+class JSONWriter {
+public:
+    explicit JSONWriter(WriteContext &w) : w_(w) {}
+    ~JSONWriter()
+    {
+        while (depth_ > 0) closeTop(false);
+        free(stack_);
+    }
+    JSONWriter(const JSONWriter &) = delete;
+    JSONWriter &operator=(const JSONWriter &) = delete;
+
+    void write(LUMTypeRef root)
+    {
+        writeValue(root);
+        while (depth_ > 0) {
+            OpenContainer &top = stack_[depth_ - 1];
+            if (top.next == top.count) {
+                closeTop(true);
+                continue;
+            }
+            LUMIndex i = top.next++;
+            if (i > 0) writeText(w_, ",");
+            const void *value = top.values[i];
+            if (top.isDictionary) {
+                writeKey(top.keys[i]);
+                writeText(w_, ":");
+            }
+            writeValue(value); // may open a container: the loop goes on inside it
+        }
+    }
+
+private:
+    void writeValue(LUMTypeRef object)
+    {
+        LUMTypeID type = LUMGetTypeID(object);
+        if (type == LUMDictionaryGetTypeID()) {
+            auto dictionary = static_cast<LUMDictionaryRef>(object);
+            writeText(w_, "{");
+            OpenContainer &frame = push(true, LUMDictionaryGetCount(dictionary));
+            LUMDictionaryGetKeysAndValues(dictionary, frame.keys, frame.values);
+        } else if (type == LUMArrayGetTypeID()) {
+            auto array = static_cast<LUMArrayRef>(object);
+            writeText(w_, "[");
+            OpenContainer &frame = push(false, LUMArrayGetCount(array));
+            LUMArrayGetValues(array, LUMRangeMake(0, frame.count), frame.values);
+        } else {
+            writeScalar(object, w_);
+        }
+    }
+
+    // A key that is not a string is written as what it is; a container key
+    // is written whole by a writer of its own.
+    void writeKey(const void *key)
+    {
+        LUMTypeID type = LUMGetTypeID(key);
+        if (type == LUMDictionaryGetTypeID() || type == LUMArrayGetTypeID()) {
+            JSONWriter nested(w_);
+            nested.write(key);
+        } else {
+            writeScalar(key, w_);
+        }
+    }
+
+    OpenContainer &push(bool isDictionary, LUMIndex count)
+    {
+        if (depth_ == capacity_) {
+            capacity_ = lum::doubledCapacity<size_t>(capacity_, depth_ + 1);
+            stack_ = static_cast<OpenContainer *>(realloc(stack_, capacity_ * sizeof(OpenContainer)));
+        }
+        OpenContainer &frame = stack_[depth_++];
+        size_t slots = static_cast<size_t>(count) * (isDictionary ? 2 : 1) + 1;
+        frame.isDictionary = isDictionary;
+        frame.next = 0;
+        frame.count = count;
+        frame.values = static_cast<const void **>(malloc(slots * sizeof(void *)));
+        frame.keys = isDictionary ? frame.values + count : nullptr;
+        return frame;
+    }
+
+    void closeTop(bool writeBracket)
+    {
+        OpenContainer &top = stack_[--depth_];
+        if (writeBracket) writeText(w_, top.isDictionary ? "}" : "]");
+        free(top.values);
+    }
+
+    WriteContext &w_;
+    OpenContainer *stack_ = nullptr;
+    size_t depth_ = 0;
+    size_t capacity_ = 0;
+};
 
 } // namespace
 
@@ -526,7 +599,8 @@ LUMIndex LUMPropertyListWrite(LUMPropertyListRef propertyList, LUMWriteStreamRef
     w.stream = stream;
     w.format = format;
     w.options = options;
-    __LUMPropertyListWriteJSON(propertyList, w);
+    JSONWriter writer(w);
+    writer.write(propertyList);
     if (error != nullptr) *error = nullptr;
     return w.bytesWritten;
 }

@@ -114,14 +114,39 @@ LUMTypeRef LUMRetain(LUMTypeRef obj)
     return obj;
 }
 
-void LUMRelease(LUMTypeRef obj)
+namespace {
+
+/* Objects whose count reached zero while another object was being
+ * finalised. Their own finalisation waits until the outermost release gets
+ * to it, so that freeing a deeply nested tree (a document may nest a
+ * hundred thousand levels) takes constant stack: a finalizer that releases
+ * its children only queues them. */
+struct PendingReleases {
+    LUMTypeRef *objects;
+    size_t count;
+    size_t capacity;
+};
+PendingReleases __pendingReleases = {nullptr, 0, 0};
+bool __releasing = false;
+
+void queueForFinalization(LUMTypeRef obj)
 {
-    // A loop rather than recursion: freeing an object releases the allocator
-    // it retained, which may in turn be freed.
+    PendingReleases &pending = __pendingReleases;
+    if (pending.count == pending.capacity) {
+        pending.capacity = lum::doubledCapacity(pending.capacity, pending.count + 1);
+        if (pending.capacity < 64) pending.capacity = 64;
+        pending.objects = static_cast<LUMTypeRef *>(
+            _LUMAllocatorReallocateMalloc(pending.objects, static_cast<UInt32>(pending.capacity * sizeof(LUMTypeRef)), 0, nullptr));
+    }
+    pending.objects[pending.count++] = obj;
+}
+
+/* Finalises an object whose count is zero and frees it, then gives back the
+ * reference it held on its allocator: a loop, not recursion. */
+void finalizeAndFree(LUMTypeRef obj)
+{
     while (obj != nullptr) {
-        if (isConstant(obj)) return;
         LUMRuntimeBase *base = header(obj);
-        if (--base->retainCount != 0) return;
         const LUMRuntimeClass *cls = _LUMTypeGetClass(obj);
         if (cls != nullptr && cls->finalize != nullptr) cls->finalize(obj);
         if (base->retainCount != 0) return; // resurrected by its finalizer
@@ -132,7 +157,28 @@ void LUMRelease(LUMTypeRef obj)
         // it was its own (still constant-looking) allocator when it retained.
         if (allocator == obj) return;
         obj = allocator;
+        if (obj == nullptr || isConstant(obj) || --header(obj)->retainCount != 0) return;
     }
+}
+
+} // namespace
+
+void LUMRelease(LUMTypeRef obj)
+{
+    if (obj == nullptr || isConstant(obj)) return;
+    if (--header(obj)->retainCount != 0) return;
+    if (__releasing) {
+        queueForFinalization(obj);
+        return;
+    }
+    __releasing = true;
+    finalizeAndFree(obj);
+    while (__pendingReleases.count > 0) {
+        LUMTypeRef next = __pendingReleases.objects[--__pendingReleases.count];
+        // A queued object that was retained again meanwhile is left alive.
+        if (header(next)->retainCount == 0) finalizeAndFree(next);
+    }
+    __releasing = false;
 }
 
 LUMIndex LUMGetRetainCount(LUMTypeRef obj)
