@@ -19,6 +19,8 @@
 #include <LumBase/LUMMachTime.h>
 #include <LumBase/LUMDate.h>
 #include <LumBase/LUMTimeZone.h>
+#include <LumBase/LUMLocale.h>
+#include <LumBase/LUMDateFormatter.h>
 #include <LumBase/LUMRunLoop.h>
 #include <LumBase/LUMRunLoopSource.h>
 #include <LumBase/LUMRunLoopTimer.h>
@@ -28,6 +30,8 @@
 #include <LumBase/LUMWriteStream.h>
 #include <LumBase/LUMPropertyList.h>
 #include <LumBase/LUMSocket.h>
+#include <LumBase/LUMURL.h>
+#include <LumBase/LUMBundle.h>
 #include <LumBase/LUMTest.h>
 
 #endif

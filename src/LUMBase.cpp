@@ -45,6 +45,7 @@ constexpr ModuleStart kModulesBeforeBundle[] = {
     _LUMSocketInitializeModule,
 };
 constexpr ModuleStart kModulesAfterBundle[] = {
+    _LUMLocaleInitializeModule,
     _LUMTimeZoneInitializeModule,
 };
 
@@ -116,6 +117,8 @@ Boolean LUMInitialize(int argc, char **argv)
     for (ModuleStart start : kModulesBeforeBundle) {
         if (!start()) return false;
     }
+    // The bundle is the only module that sees the command line.
+    if (!_LUMBundleInitializeModule(argc, argv)) return false;
     for (ModuleStart start : kModulesAfterBundle) {
         if (!start()) return false;
     }

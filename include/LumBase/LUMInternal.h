@@ -141,12 +141,20 @@ LUM_EXPORT Boolean _LUMRunLoopInitializeModule(void);
 LUM_EXPORT Boolean _LUMRunLoopSourceInitializeModule(void);
 LUM_EXPORT Boolean _LUMRunLoopTimerInitializeModule(void);
 LUM_EXPORT Boolean _LUMSocketInitializeModule(void);
+LUM_EXPORT Boolean _LUMLocaleInitializeModule(void);
 LUM_EXPORT Boolean _LUMTimeZoneInitializeModule(void);
+/* Not called by LUMInitialize: date formatters register on first use. */
+LUM_EXPORT Boolean _LUMDateFormatterInitializeModule(void);
 LUM_EXPORT Boolean _LUMErrorInitializeModule(void);
 LUM_EXPORT Boolean _LUMStreamInitializeModule(void);
 LUM_EXPORT Boolean _LUMReadStreamInitializeModule(void);
 LUM_EXPORT Boolean _LUMWriteStreamInitializeModule(void);
 LUM_EXPORT Boolean _LUMPropertyListInitializeModule(void);
+/* The only start function that sees the command line. */
+LUM_EXPORT Boolean _LUMBundleInitializeModule(int argc, char **argv);
+/* Not called by LUMInitialize: builds the default property-key list of file
+ * URLs; call it once before reading properties with that list. */
+LUM_EXPORT Boolean _LUMURLInitializeModule(void);
 /* Not called by LUMInitialize: dates register their class on first use. */
 LUM_EXPORT Boolean _LUMDateInitializeModule(void);
 
