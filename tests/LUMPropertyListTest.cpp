@@ -497,7 +497,8 @@ TEST(LUMPropertyListHostile, TheParsingCorpusNeverCrashesOrLeaks)
 
 TEST(LUMPropertyListHostile, CorpusResultsFollowTheReadersRules)
 {
-    if (opendir(CorpusDir().c_str()) == nullptr) GTEST_SKIP() << "no corpus beside the repository";
+    std::ifstream probe(CorpusDir() + "/y_array_empty.json");
+    if (!probe) GTEST_SKIP() << "no corpus beside the repository";
     auto shapeOf = [](const char *file) {
         std::string shape;
         ReadWithoutLeaks(FileText(CorpusDir() + "/" + file), &shape);

@@ -3,6 +3,9 @@
  * Tests move the wall clock, make /proc/uptime unreadable or empty, and make
  * select fail; by default every call passes straight through.
  * Part of LumBase; MIT licence. */
+/* Both open and open64 are defined here, so the header must not turn one
+ * into the other. */
+#undef _FILE_OFFSET_BITS
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
