@@ -30,6 +30,8 @@
 #include <LumBase/LUMWriteStream.h>
 #include <LumBase/LUMPropertyList.h>
 #include <LumBase/LUMSocket.h>
+#include <LumBase/LUMHTTPMessage.h>
+#include <LumBase/LUMHTTPStream.h>
 #include <LumBase/LUMURL.h>
 #include <LumBase/LUMBundle.h>
 #include <LumBase/LUMTest.h>

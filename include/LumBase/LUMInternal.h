@@ -145,6 +145,9 @@ LUM_EXPORT Boolean _LUMLocaleInitializeModule(void);
 LUM_EXPORT Boolean _LUMTimeZoneInitializeModule(void);
 /* Not called by LUMInitialize: date formatters register on first use. */
 LUM_EXPORT Boolean _LUMDateFormatterInitializeModule(void);
+/* Not called by LUMInitialize: the HTTP modules have no start work. */
+LUM_EXPORT Boolean _LUMHTTPMessageInitializeModule(void);
+LUM_EXPORT Boolean _LUMHTTPStreamInitializeModule(void);
 LUM_EXPORT Boolean _LUMErrorInitializeModule(void);
 LUM_EXPORT Boolean _LUMStreamInitializeModule(void);
 LUM_EXPORT Boolean _LUMReadStreamInitializeModule(void);

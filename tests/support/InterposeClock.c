@@ -14,6 +14,7 @@
 #include <stdint.h>
 #include <string.h>
 #include <sys/select.h>
+#include <sys/socket.h>
 #include <sys/time.h>
 #include <time.h>
 
@@ -96,4 +97,20 @@ int select(int nfds, fd_set *restrict readfds, fd_set *restrict writefds, fd_set
     }
     real = (int (*)(int, fd_set *, fd_set *, fd_set *, struct timeval *))dlsym(RTLD_NEXT, "select");
     return real(nfds, readfds, writefds, exceptfds, timeout);
+}
+
+/* setsockopt: records the last send time-out asked for, then passes on. */
+long lumtest_sndtimeo_sec = -1;
+long lumtest_sndtimeo_usec = -1;
+
+int setsockopt(int fd, int level, int name, const void *value, socklen_t length)
+{
+    int (*real)(int, int, int, const void *, socklen_t);
+    if (level == SOL_SOCKET && name == SO_SNDTIMEO && value != NULL && length >= sizeof(struct timeval)) {
+        const struct timeval *limit = (const struct timeval *)value;
+        lumtest_sndtimeo_sec = (long)limit->tv_sec;
+        lumtest_sndtimeo_usec = (long)limit->tv_usec;
+    }
+    real = (int (*)(int, int, int, const void *, socklen_t))dlsym(RTLD_NEXT, "setsockopt");
+    return real(fd, level, name, value, length);
 }

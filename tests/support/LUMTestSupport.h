@@ -92,6 +92,8 @@ extern int lumtest_uptime_mode;
 extern int lumtest_select_fails;
 extern int lumtest_select_calls;
 extern long lumtest_select_last_timeout_us;
+extern long lumtest_sndtimeo_sec;
+extern long lumtest_sndtimeo_usec;
 }
 
 #endif

@@ -1,0 +1,39 @@
+/* LUMHTTPMessage.h — HTTP/1.x responses and their serialisation.
+ * Part of LumBase; MIT licence.
+ *
+ * Only responses are built. Header field names are compared exactly
+ * (case-sensitively), values written as they are; no field is added
+ * automatically (Content-Length, Date and Connection are the caller's).
+ * Header lines come in the order of the fields table's slots. */
+#ifndef LUMBASE_LUMHTTPMESSAGE_H
+#define LUMBASE_LUMHTTPMESSAGE_H
+
+#include <LumBase/LUMBase.h>
+
+LUM_EXTERN_C_BEGIN
+
+LUM_EXPORT extern const LUMStringRef kLUMHTTPVersion1_0; /* "HTTP/1.0" */
+LUM_EXPORT extern const LUMStringRef kLUMHTTPVersion1_1; /* "HTTP/1.1" */
+
+LUM_EXPORT LUMTypeID LUMHTTPMessageGetTypeID(void);
+/* A complete response; its status line is "<version> <code> <description>". */
+LUM_EXPORT LUMHTTPMessageRef LUMHTTPMessageCreateResponse(LUMAllocatorRef allocator, LUMIndex statusCode, LUMStringRef statusDescription,
+                                                          LUMStringRef httpVersion);
+LUM_EXPORT Boolean LUMHTTPMessageIsRequest(LUMHTTPMessageRef message);
+LUM_EXPORT Boolean LUMHTTPMessageIsHeaderComplete(LUMHTTPMessageRef message);
+LUM_EXPORT LUMIndex LUMHTTPMessageGetResponseStatusCode(LUMHTTPMessageRef message);
+LUM_EXPORT LUMStringRef LUMHTTPMessageCopyVersion(LUMHTTPMessageRef message);
+LUM_EXPORT LUMStringRef LUMHTTPMessageCopyResponseStatusLine(LUMHTTPMessageRef message);
+/* Adds the field or replaces its value (the name is copied). */
+LUM_EXPORT void LUMHTTPMessageSetHeaderFieldValue(LUMHTTPMessageRef message, LUMStringRef headerField, LUMStringRef value);
+LUM_EXPORT LUMStringRef LUMHTTPMessageCopyHeaderFieldValue(LUMHTTPMessageRef message, LUMStringRef headerField);
+LUM_EXPORT LUMDictionaryRef LUMHTTPMessageCopyAllHeaderFields(LUMHTTPMessageRef message);
+/* The message keeps its own copy of the bytes. */
+LUM_EXPORT void LUMHTTPMessageSetBody(LUMHTTPMessageRef message, LUMDataRef body);
+LUM_EXPORT LUMDataRef LUMHTTPMessageCopyBody(LUMHTTPMessageRef message);
+/* Status line CRLF, "name: value" CRLF per field, CRLF, then the body. */
+LUM_EXPORT LUMDataRef LUMHTTPMessageCopySerializedMessage(LUMHTTPMessageRef message);
+
+LUM_EXTERN_C_END
+
+#endif
