@@ -33,6 +33,34 @@ int main(int argc, char **argv)
     LUMStringAppendFormat(sentence, NULL, LUMSTR(" (%d characters)"), (int)LUMStringGetLength(sentence));
     LUMShow(sentence);
 
+    /* Data files come from the main bundle: Resources beside the program. */
+    {
+        LUMURLRef url = LUMBundleCopyResourceURL(LUMBundleGetMain(), LUMSTR("demo"), LUMSTR("json"), NULL);
+        LUMDataRef bytes = NULL;
+        if (LUMURLCreateDataAndPropertiesFromResource(NULL, url, &bytes, NULL, NULL, NULL)) {
+            LUMPropertyListRef document = LUMPropertyListCreateWithData(NULL, bytes, 0, NULL, NULL);
+            LUMPrint(LUMSTR("Resources/demo.json: %@\n"), document);
+            LUMRelease(document);
+        } else {
+            LUMPrint(LUMSTR("no Resources/demo.json beside the program (%@)\n"), url);
+        }
+        LUMRelease(bytes);
+        LUMRelease(url);
+    }
+    {
+        LUMTimeZoneRef berlin = LUMTimeZoneCreateWithName(NULL, LUMSTR("Europe/Berlin"), 0);
+        LUMDateFormatterRef formatter = LUMDateFormatterCreate(NULL, NULL, 0, 0);
+        LUMStringRef when;
+        LUMDateFormatterSetFormat(formatter, LUMSTR("yyyy-MM-dd HH:mm:ss"));
+        LUMDateFormatterSetProperty(formatter, kLUMDateFormatterTimeZone, berlin);
+        when = LUMDateFormatterCreateStringWithAbsoluteTime(NULL, formatter, LUMAbsoluteTimeGetCurrent());
+        LUMPrint(LUMSTR("now in %@: %@ (UTC%+d h)\n"), LUMTimeZoneGetName(berlin), when,
+                 (int)(LUMTimeZoneGetSecondsFromGMT(berlin, LUMAbsoluteTimeGetCurrent()) / 3600));
+        LUMRelease(when);
+        LUMRelease(formatter);
+        LUMRelease(berlin);
+    }
+
     LUMRelease(sentence);
     LUMRelease(info);
     LUMRelease(names);
