@@ -350,32 +350,15 @@ LUMStringRef LUMStringCreateCopy(LUMAllocatorRef allocator, LUMStringRef str)
     }
 }
 
-LUMMutableStringRef LUMStringCreateMutable(LUMAllocatorRef allocator, LUMIndex maxLength)
-{
-    LUM_ASSERT(maxLength == 0);
-    allocator = resolvedAllocator(allocator);
-    void *units = LUMAllocatorAllocate(allocator, kMutableInitialCapacity * sizeof(UniChar), 0);
-    if (units == nullptr) return nullptr;
-    __LUMString *ptr = createInstance(allocator);
-    if (ptr == nullptr) {
-        LUMAllocatorDeallocate(allocator, units);
-        return nullptr;
-    }
-    ptr->buffer = units;
-    ptr->bufferType = _kLUMStringBufferTypeUniCharString;
-    ptr->capacity = kMutableInitialCapacity;
-    ptr->contentsDeallocator = static_cast<LUMAllocatorRef>(LUMRetain(allocator));
-    ptr->isMutable = 1;
-    return ptr;
-}
+namespace {
 
-LUMMutableStringRef LUMStringCreateMutableCopy(LUMAllocatorRef allocator, LUMIndex maxLength, LUMStringRef str)
+/* An empty mutable string with room for capacity units. The unit block is
+ * taken first; without it there is no string. */
+__LUMString *createMutable(LUMAllocatorRef allocator, int32_t capacity)
 {
-    LUM_ASSERT(maxLength == 0);
     allocator = resolvedAllocator(allocator);
-    const __LUMString *source = stringObject(str);
-    int32_t capacity = source->capacity < kMutableInitialCapacity ? kMutableInitialCapacity : source->capacity;
     void *units = LUMAllocatorAllocate(allocator, static_cast<LUMIndex>(capacity * sizeof(UniChar)), 0);
+    if (units == nullptr) return nullptr;
     __LUMString *ptr = createInstance(allocator);
     if (ptr == nullptr) {
         LUMAllocatorDeallocate(allocator, units);
@@ -386,6 +369,24 @@ LUMMutableStringRef LUMStringCreateMutableCopy(LUMAllocatorRef allocator, LUMInd
     ptr->capacity = capacity;
     ptr->contentsDeallocator = static_cast<LUMAllocatorRef>(LUMRetain(allocator));
     ptr->isMutable = 1;
+    return ptr;
+}
+
+} // namespace
+
+LUMMutableStringRef LUMStringCreateMutable(LUMAllocatorRef allocator, LUMIndex maxLength)
+{
+    LUM_ASSERT(maxLength == 0);
+    return createMutable(allocator, kMutableInitialCapacity);
+}
+
+LUMMutableStringRef LUMStringCreateMutableCopy(LUMAllocatorRef allocator, LUMIndex maxLength, LUMStringRef str)
+{
+    LUM_ASSERT(maxLength == 0);
+    const __LUMString *source = stringObject(str);
+    int32_t capacity = source->capacity < kMutableInitialCapacity ? kMutableInitialCapacity : source->capacity;
+    __LUMString *ptr = createMutable(allocator, capacity);
+    // A failed creation is not survivable here: the append runs on NULL.
     LUMStringAppend(ptr, str);
     return ptr;
 }

@@ -53,36 +53,38 @@ static int redirect_uptime(const char *path, int *result)
     return 1;
 }
 
-int open(const char *path, int flags, ...)
+static int openThrough(const char *name, const char *path, int flags, mode_t mode)
 {
     int result;
-    mode_t mode = 0;
     int (*real)(const char *, int, ...);
     if (redirect_uptime(path, &result)) return result;
-    if (flags & (O_CREAT | O_TMPFILE)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = (mode_t)va_arg(arguments, int);
-        va_end(arguments);
-    }
-    real = (int (*)(const char *, int, ...))dlsym(RTLD_NEXT, "open");
+    real = (int (*)(const char *, int, ...))dlsym(RTLD_NEXT, name);
     return real(path, flags, mode);
+}
+
+/* The mode argument exists only with O_CREAT or O_TMPFILE. */
+#define MODE_ARGUMENT(flags, mode)                     \
+    do {                                               \
+        if ((flags) & (O_CREAT | O_TMPFILE)) {         \
+            va_list arguments;                         \
+            va_start(arguments, flags);                \
+            (mode) = (mode_t)va_arg(arguments, int);   \
+            va_end(arguments);                         \
+        }                                              \
+    } while (0)
+
+int open(const char *path, int flags, ...)
+{
+    mode_t mode = 0;
+    MODE_ARGUMENT(flags, mode);
+    return openThrough("open", path, flags, mode);
 }
 
 int open64(const char *path, int flags, ...)
 {
-    int result;
     mode_t mode = 0;
-    int (*real)(const char *, int, ...);
-    if (redirect_uptime(path, &result)) return result;
-    if (flags & (O_CREAT | O_TMPFILE)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = (mode_t)va_arg(arguments, int);
-        va_end(arguments);
-    }
-    real = (int (*)(const char *, int, ...))dlsym(RTLD_NEXT, "open64");
-    return real(path, flags, mode);
+    MODE_ARGUMENT(flags, mode);
+    return openThrough("open64", path, flags, mode);
 }
 
 int select(int nfds, fd_set *restrict readfds, fd_set *restrict writefds, fd_set *restrict exceptfds,
