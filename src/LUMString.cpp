@@ -756,7 +756,7 @@ double LUMStringGetDoubleValue(LUMStringRef str)
 /* ---- Formatting engine ----------------------------------------------------
  * One pass cuts the format into specs (literal runs and conversions), a
  * second numbers the arguments, a third fetches them from the va_list in
- * number order, and the last renders each spec, handing C conversions to
+ * number order, and the last renders each piece, handing C conversions to
  * snprintf one at a time with a rebuilt conversion. */
 
 namespace {
@@ -807,62 +807,62 @@ constexpr size_t kLocalFormatArguments = 16;
 constexpr LUMIndex kFormatScratchBytes = 128;
 
 /* Parses one conversion starting after the '%' at fmt[start]; returns the
- * index after it, or -1 when the format ends inside the spec. */
-LUMIndex parseConversion(const UniChar *fmt, LUMIndex length, LUMIndex start, FormatSpec &spec)
+ * index after it, or -1 when the format ends inside the piece. */
+LUMIndex parseConversion(const UniChar *fmt, LUMIndex length, LUMIndex start, FormatSpec &piece)
 {
     int state = 0; // 0 before width, 1 width seen, 2 after '.'
     LUMIndex i = start;
     while (i < length) {
         UniChar c = fmt[i];
         switch (c) {
-        case '-': spec.flags |= kFlagMinus; break;
-        case '+': spec.flags = static_cast<uint8_t>((spec.flags | kFlagPlus) & ~kFlagSpace); break;
-        case ' ': if (!(spec.flags & kFlagPlus)) spec.flags |= kFlagSpace; break;
-        case '#': spec.flags |= kFlagHash; break;
+        case '-': piece.flags |= kFlagMinus; break;
+        case '+': piece.flags = static_cast<uint8_t>((piece.flags | kFlagPlus) & ~kFlagSpace); break;
+        case ' ': if (!(piece.flags & kFlagPlus)) piece.flags |= kFlagSpace; break;
+        case '#': piece.flags |= kFlagHash; break;
         case '0':
-            if (state == 2) spec.precision = 0;
-            else spec.flags |= kFlagZero;
+            if (state == 2) piece.precision = 0;
+            else piece.flags |= kFlagZero;
             break;
         case '1': case '2': case '3': case '4': case '5': case '6': case '7': case '8': case '9': {
             int32_t n = 0;
             while (i < length && fmt[i] >= '0' && fmt[i] <= '9') n = n * 10 + (fmt[i++] - '0');
             if (i < length && fmt[i] == '$') {
-                if (state == 0) spec.mainArgNum = n;
-                else if (state == 1) spec.widthArgNum = n;
-                else { spec.precArgNum = n; state = 2; }
+                if (state == 0) piece.mainArgNum = n;
+                else if (state == 1) piece.widthArgNum = n;
+                else { piece.precArgNum = n; state = 2; }
             } else {
-                if (state == 0) { spec.width = n; state = 1; }
-                else if (state == 1) spec.width = n;
-                else spec.precision = n;
+                if (state == 0) { piece.width = n; state = 1; }
+                else if (state == 1) piece.width = n;
+                else piece.precision = n;
                 continue; // i already stands on the next unit
             }
             break;
         }
         case '*':
-            if (state == 2) spec.precArgNum = -1;
-            else { spec.widthArgNum = -1; state = 1; }
+            if (state == 2) piece.precArgNum = -1;
+            else { piece.widthArgNum = -1; state = 1; }
             break;
         case '.': state = 2; break;
-        case 'l': spec.size++; break;
-        case 'h': spec.size--; break;
+        case 'l': piece.size++; break;
+        case 'h': piece.size--; break;
         case '%':
-            spec.type = kFormatLiteral;
-            spec.location = i;
-            spec.length = 1;
+            piece.type = kFormatLiteral;
+            piece.location = i;
+            piece.length = 1;
             return i + 1;
-        case 'd': case 'i': case 'o': case 'u': case 'x': case 'X': spec.type = kFormatInteger; break;
-        case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A': spec.type = kFormatDouble; break;
-        case 'p': spec.type = kFormatPointer; break;
-        case 's': spec.type = kFormatCString; break;
-        case '@': spec.type = kFormatObject; break;
+        case 'd': case 'i': case 'o': case 'u': case 'x': case 'X': piece.type = kFormatInteger; break;
+        case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A': piece.type = kFormatDouble; break;
+        case 'p': piece.type = kFormatPointer; break;
+        case 's': piece.type = kFormatCString; break;
+        case '@': piece.type = kFormatObject; break;
         default:
             // Unknown conversions (c, n, j, z, L, ...) are skipped, not errors:
-            // parsing of the same spec simply goes on.
+            // parsing of the same piece simply goes on.
             break;
         }
         i++;
-        if (spec.type != kFormatUnknown) {
-            spec.length = i - spec.location;
+        if (piece.type != kFormatUnknown) {
+            piece.length = i - piece.location;
             return i;
         }
     }
@@ -917,10 +917,10 @@ void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringR
             localFormatSpecs[specCount++] = FormatSpec{runStart, index - runStart, -1, 0, -1, 0, -1, 0, 0, kFormatLiteral};
         }
         if (index >= formatLength || specCount >= fSpecsCount) break;
-        FormatSpec spec{index, 0, -1, 0, -1, 0, -1, 0, 0, kFormatUnknown};
-        LUMIndex next = parseConversion(fmt, formatLength, index + 1, spec);
-        if (next < 0) break; // the format ended inside a spec: dropped
-        localFormatSpecs[specCount++] = spec;
+        FormatSpec piece{index, 0, -1, 0, -1, 0, -1, 0, 0, kFormatUnknown};
+        LUMIndex next = parseConversion(fmt, formatLength, index + 1, piece);
+        if (next < 0) break; // the format ended inside a piece: dropped
+        localFormatSpecs[specCount++] = piece;
         index = next;
     }
 
@@ -929,17 +929,17 @@ void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringR
     int32_t argumentCount = 0;
     auto note = [&argumentCount](int32_t n) { if (n > argumentCount) argumentCount = n; };
     for (LUMIndex s = 0; s < specCount; s++) {
-        FormatSpec &spec = localFormatSpecs[s];
-        if (spec.type == kFormatLiteral) continue;
-        if (spec.widthArgNum == -1) spec.widthArgNum = counter++;
-        if (spec.precArgNum == -1) spec.precArgNum = counter++;
-        if (spec.mainArgNum == -1) spec.mainArgNum = counter++;
-        note(spec.widthArgNum);
-        note(spec.precArgNum);
-        note(spec.mainArgNum);
+        FormatSpec &piece = localFormatSpecs[s];
+        if (piece.type == kFormatLiteral) continue;
+        if (piece.widthArgNum == -1) piece.widthArgNum = counter++;
+        if (piece.precArgNum == -1) piece.precArgNum = counter++;
+        if (piece.mainArgNum == -1) piece.mainArgNum = counter++;
+        note(piece.widthArgNum);
+        note(piece.precArgNum);
+        note(piece.mainArgNum);
     }
 
-    // 4. Type them; a later spec naming the same number wins.
+    // 4. Type them; a later piece naming the same number wins.
     FormatArgument localArguments[kLocalFormatArguments];
     FormatArgument *args = localArguments;
     if (static_cast<size_t>(argumentCount) > kLocalFormatArguments) {
@@ -948,11 +948,11 @@ void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringR
     }
     for (int32_t a = 0; a < argumentCount; a++) args[a] = FormatArgument{kFormatUnknown, 0, {0}};
     for (LUMIndex s = 0; s < specCount; s++) {
-        const FormatSpec &spec = localFormatSpecs[s];
-        if (spec.type == kFormatLiteral) continue;
-        if (spec.widthArgNum > 0) args[spec.widthArgNum - 1] = FormatArgument{kFormatInteger, 0, {0}};
-        if (spec.precArgNum > 0) args[spec.precArgNum - 1] = FormatArgument{kFormatInteger, 0, {0}};
-        if (spec.mainArgNum > 0) args[spec.mainArgNum - 1] = FormatArgument{spec.type, spec.size, {0}};
+        const FormatSpec &piece = localFormatSpecs[s];
+        if (piece.type == kFormatLiteral) continue;
+        if (piece.widthArgNum > 0) args[piece.widthArgNum - 1] = FormatArgument{kFormatInteger, 0, {0}};
+        if (piece.precArgNum > 0) args[piece.precArgNum - 1] = FormatArgument{kFormatInteger, 0, {0}};
+        if (piece.mainArgNum > 0) args[piece.mainArgNum - 1] = FormatArgument{piece.type, piece.size, {0}};
     }
 
     // 5. Fetch in number order: integers are one int (one long with l or ll;
@@ -981,36 +981,36 @@ void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringR
 
     // 6. Render.
     for (LUMIndex s = 0; s < specCount; s++) {
-        const FormatSpec &spec = localFormatSpecs[s];
-        if (spec.type == kFormatLiteral) {
-            LUMStringAppendCharacters(str, fmt + spec.location, spec.length);
+        const FormatSpec &piece = localFormatSpecs[s];
+        if (piece.type == kFormatLiteral) {
+            LUMStringAppendCharacters(str, fmt + piece.location, piece.length);
             continue;
         }
-        const FormatArgument &arg = args[spec.mainArgNum - 1];
-        int width = spec.widthArgNum > 0 ? args[spec.widthArgNum - 1].value.word32 : spec.width;
-        int precision = spec.precArgNum > 0 ? args[spec.precArgNum - 1].value.word32 : spec.precision;
+        const FormatArgument &arg = args[piece.mainArgNum - 1];
+        int width = piece.widthArgNum > 0 ? args[piece.widthArgNum - 1].value.word32 : piece.width;
+        int precision = piece.precArgNum > 0 ? args[piece.precArgNum - 1].value.word32 : piece.precision;
         if (width < 0) width = -1;
         if (precision < 0) precision = -1;
-        switch (spec.type) {
+        switch (piece.type) {
         case kFormatInteger:
         case kFormatDouble: {
-            UniChar conversionChar = fmt[spec.location + spec.length - 1];
+            UniChar conversionChar = fmt[piece.location + piece.length - 1];
             char conversion[16];
             size_t n = 0;
             conversion[n++] = '%';
-            if (spec.flags & kFlagMinus) conversion[n++] = '-';
-            if (spec.flags & kFlagPlus) conversion[n++] = '+';
-            if (spec.flags & kFlagSpace) conversion[n++] = ' ';
-            if (spec.flags & kFlagHash) conversion[n++] = '#';
-            if (spec.flags & kFlagZero) conversion[n++] = '0';
+            if (piece.flags & kFlagMinus) conversion[n++] = '-';
+            if (piece.flags & kFlagPlus) conversion[n++] = '+';
+            if (piece.flags & kFlagSpace) conversion[n++] = ' ';
+            if (piece.flags & kFlagHash) conversion[n++] = '#';
+            if (piece.flags & kFlagZero) conversion[n++] = '0';
             if (width >= 0) conversion[n++] = '*';
             if (precision >= 0) { conversion[n++] = '.'; conversion[n++] = '*'; }
-            if (spec.type == kFormatInteger) conversion[n++] = 'l';
+            if (piece.type == kFormatInteger) conversion[n++] = 'l';
             conversion[n++] = static_cast<char>(conversionChar);
             conversion[n] = '\0';
             size_t bufferSize = static_cast<size_t>(width + precision + kFormatScratchBytes);
             lum::TempBuffer<char, 512> buffer(bufferSize);
-            if (spec.type == kFormatInteger) {
+            if (piece.type == kFormatInteger) {
                 formatOne(buffer.get(), bufferSize, conversion, width, precision, integerValue(arg, conversionChar));
             } else {
                 // Zero is printed as 1e-10 so that -0 never shows: with %f both
