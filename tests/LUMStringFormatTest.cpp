@@ -81,7 +81,7 @@ TEST(LUMStringFormat, PartialSpecAtTheEndIsDropped)
 TEST(LUMStringFormat, UnknownConversionsAreSkipped)
 {
     // 'c' is skipped, the blank sets the space flag, and the 'a' of "and"
-    // ends the spec as a double conversion.
+    // ends the conversion as a double.
     EXPECT_EQ(Format("%c and", 2.5), CFormat("% a", 2.5) + "nd");
     EXPECT_EQ(Format("%zd", 4), "4");
     EXPECT_EQ(Format("%Lf", 1.0), "1.000000");
