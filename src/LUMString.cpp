@@ -89,15 +89,37 @@ LUMIndex decodedLength(const UInt8 *bytes)
     return length;
 }
 
-/* Sequential reader over any string; byte-form strings are decoded in runs. */
+/* Reads a string's units by index. Unit arrays are read directly; a byte
+ * buffer read in order (index 0, 1, 2, ...) is decoded as it goes, so a
+ * whole pass is linear; any other order goes through the inline buffer,
+ * which decodes in runs of 64 units. */
 class CharacterReader {
 public:
-    CharacterReader(LUMStringRef str, LUMRange range) { LUMStringInitInlineBuffer(str, &buffer_, range); }
+    CharacterReader(LUMStringRef str, LUMRange range) : length_(range.length)
+    {
+        LUMStringInitInlineBuffer(str, &buffer_, range); // checks the range
+        const __LUMString *ptr = stringObject(str);
+        if (ptr->bufferType == _kLUMStringBufferTypeCString) {
+            bytes_ = bytesOf(ptr);
+            for (LUMIndex i = 0; i < range.location; i++) lum::decodeUTF8(bytes_, byteIndex_);
+        }
+    }
     explicit CharacterReader(LUMStringRef str) : CharacterReader(str, LUMRangeMake(0, LUMStringGetLength(str))) {}
-    UniChar operator[](LUMIndex idx) { return LUMStringGetCharacterFromInlineBuffer(&buffer_, idx); }
-    LUMIndex length() const { return buffer_.rangeToBuffer.length; }
+    UniChar operator[](LUMIndex idx)
+    {
+        if (bytes_ != nullptr && idx == next_ && idx < length_) {
+            next_++;
+            return lum::decodeUTF8(bytes_, byteIndex_);
+        }
+        return LUMStringGetCharacterFromInlineBuffer(&buffer_, idx);
+    }
+    LUMIndex length() const { return length_; }
 private:
     LUMStringInlineBuffer buffer_;
+    LUMIndex length_;
+    const UInt8 *bytes_ = nullptr; // byte form: the text, read in order
+    LUMIndex byteIndex_ = 0;       // where unit next_ starts
+    LUMIndex next_ = 0;
 };
 
 /* ---- Class callbacks ----------------------------------------------------- */
