@@ -273,11 +273,10 @@ void LUMArrayRemoveValueAtIndex(LUMMutableArrayRef array, LUMIndex idx)
 {
     const void *taken = array->values[idx];
     for (LUMIndex i = idx; i < array->count - 1; i++) array->values[i] = array->values[i + 1];
-    // The count drops before the release, so that a finalizer the release
-    // runs never sees the stale last slot (a pool draining itself off the
-    // pool stack does look at that stack).
-    __LUMArraySetCount(array, array->count - 1);
+    // The release comes before the count drops: a release callback sees the
+    // old count (and, past the moved values, the taken value's old slot).
     releaseValue(array, taken);
+    __LUMArraySetCount(array, array->count - 1);
 }
 
 void LUMArrayRemoveAllValues(LUMMutableArrayRef array)

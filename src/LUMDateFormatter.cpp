@@ -124,16 +124,17 @@ LUMDateRef __LUMDateFormatterCreateDateFromString(LUMAllocatorRef allocator, LUM
                 ok = false;
                 break;
             }
-            int32_t value = 0;
+            // Exactly n characters are read; past the end of the text they
+            // read as 0 (not a digit), and all n are still consumed. The
+            // value wraps to 32 bits the same way on every platform.
+            uint32_t accumulated = 0;
             for (LUMIndex k = 0; k < n; k++) {
-                if (consumed >= range.length) { // the text ended inside the field
-                    ok = false;
-                    break;
-                }
-                UniChar digit = LUMStringGetCharacterFromInlineBuffer(&text, consumed++);
-                if (digit < '0' || digit > '9') ok = false; // all n characters are still consumed
-                else value = value * 10 + (digit - '0');
+                UniChar digit = consumed < range.length ? LUMStringGetCharacterFromInlineBuffer(&text, consumed) : 0;
+                consumed++;
+                if (digit < '0' || digit > '9') ok = false;
+                else accumulated = accumulated * 10u + static_cast<uint32_t>(digit - '0');
             }
+            int32_t value = static_cast<int32_t>(accumulated);
             switch (c) {
             case 'y': date.year = value + (n < 3 ? 2000 : 0); break;
             case 'M': date.month = static_cast<int8_t>(value); break;

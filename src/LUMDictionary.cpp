@@ -298,15 +298,19 @@ void LUMDictionarySetValue(LUMMutableDictionaryRef dictionary, const void *key, 
     __LUMDictionary *d = dictionary;
     LUMIndex slot = findKey(d, key);
     if (slot == kLUMNotFound) {
-        if (d->count >= d->slotCount && d->slotCount > 0) {
+        // A dictionary without slots still goes through the doubling (to 0
+        // slots, two reallocations the allocator sees) and then stores nothing.
+        if (d->count >= d->slotCount) {
             LUMIndex oldSlots = d->slotCount;
             d->slotCount *= 2;
             size_t bytes = static_cast<size_t>(d->slotCount) * sizeof(void *);
             d->keys = static_cast<const void **>(LUMAllocatorReallocate(LUMGetAllocator(d), d->keys, static_cast<LUMIndex>(bytes), 0));
             d->values = static_cast<const void **>(LUMAllocatorReallocate(LUMGetAllocator(d), d->values, static_cast<LUMIndex>(bytes), 0));
             size_t added = static_cast<size_t>(d->slotCount - oldSlots) * sizeof(void *);
-            _LUMZeroMemory(d->keys + oldSlots, added);
-            _LUMZeroMemory(d->values + oldSlots, added);
+            if (added > 0) {
+                _LUMZeroMemory(d->keys + oldSlots, added);
+                _LUMZeroMemory(d->values + oldSlots, added);
+            }
         }
         slot = findKey(d, nullptr); // the first free slot
         if (slot == kLUMNotFound) return; // no slots at all: nothing can be stored

@@ -90,6 +90,30 @@ private:
     T *data_;
 };
 
+/* Holds back the finalisation of one object without taking a reference
+ * (so LUMGetRetainCount shows nothing): should its count reach zero while
+ * the hold stands, it is finalised and freed when the hold ends. The run
+ * loop holds the object whose callback it calls, so that reading the object
+ * after a callback that dropped its last reference stays safe. Holds nest;
+ * they end in the reverse order of their beginning. */
+struct FinalizationHold {
+    LUMTypeRef object;
+    FinalizationHold *outer;
+    bool finalizationDue;
+};
+void beginFinalizationHold(FinalizationHold &hold, LUMTypeRef object);
+void endFinalizationHold(FinalizationHold &hold);
+
+class HeldObject {
+public:
+    explicit HeldObject(LUMTypeRef object) { beginFinalizationHold(hold_, object); }
+    ~HeldObject() { endFinalizationHold(hold_); }
+    HeldObject(const HeldObject &) = delete;
+    HeldObject &operator=(const HeldObject &) = delete;
+private:
+    FinalizationHold hold_;
+};
+
 /* Container element rules: a NULL value never reaches retain or release.
  * Array callbacks take the container's allocator first; pass it as `leading`. */
 template <typename Fn, typename... Leading>

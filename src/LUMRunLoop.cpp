@@ -164,7 +164,6 @@ __LUMRunLoopTimer *__LUMRunLoopFindValidTimerByFireDate(__LUMRunLoop *rl, Mode *
 
 void __LUMRunLoopProcessOneObject(LUMTypeRef object, LUMMachTime now)
 {
-    LUMRetain(object); // its callback may take it out of every mode
     __LUMRunLoopCurrentObject = object;
     LUMTypeID type = LUMGetTypeID(object);
     if (type == LUMRunLoopSourceGetTypeID()) {
@@ -187,7 +186,6 @@ void __LUMRunLoopProcessOneObject(LUMTypeRef object, LUMMachTime now)
     } else {
         _LUMFatal("__LUMRunLoopProcessOneObject", LUM_SOURCE_FILE, 583, "Unexpected type ID");
     }
-    LUMRelease(object);
 }
 
 /* ---- A run of one mode ---------------------------------------------------- */
@@ -239,7 +237,11 @@ LUMRunLoopRunResult __LUMRunLoopRunInMode(__LUMRunLoop *rl, LUMStringRef modeNam
             chosen = bestTimer;
 
         if (chosen != nullptr) {
-            // 4.4 Handle it; 4.5 report slow handling when debugging.
+            // 4.4 Handle it; 4.5 report slow handling when debugging. Its
+            // callback may take it out of every mode and so drop its last
+            // reference: the hold keeps it readable until the handling is
+            // over, without a reference that the callback could see.
+            lum::HeldObject held(chosen);
             __LUMRunLoopProcessOneObject(chosen, now);
             if (__LUMRunLoopDebug) {
                 LUMTimeInterval elapsed = LUMMachTimeGetInterval(LUMMachTimeGetCurrent(), now);

@@ -120,9 +120,8 @@ void LUMRunLoopSourceSignal(LUMRunLoopSourceRef source) { source->isSignaled = t
 void LUMRunLoopSourceInvalidate(LUMRunLoopSourceRef source)
 {
     source->isValid = false;
-    LUMRetain(source); // leaving its last mode must not free it under us
+    lum::HeldObject held(source); // leaving its last mode must not free it under us
     lum::leaveAllModes(source->runLoopModes, source, removeFromMode);
-    LUMRelease(source);
 }
 
 void _LUMRunLoopSourceSchedule(LUMRunLoopSourceRef source, LUMRunLoopRef rl, LUMStringRef modeName)

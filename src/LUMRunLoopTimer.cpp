@@ -100,9 +100,8 @@ void LUMRunLoopTimerGetContext(LUMRunLoopTimerRef timer, LUMRunLoopTimerContext 
 void LUMRunLoopTimerInvalidate(LUMRunLoopTimerRef timer)
 {
     timer->isValid = false;
-    LUMRetain(timer); // leaving its last mode must not free it under us
+    lum::HeldObject held(timer); // leaving its last mode must not free it under us
     lum::leaveAllModes(timer->runLoopModes, timer, removeFromMode);
-    LUMRelease(timer);
 }
 
 void _LUMRunLoopTimerSchedule(LUMRunLoopTimerRef timer, LUMRunLoopRef rl, LUMStringRef modeName)

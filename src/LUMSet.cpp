@@ -226,19 +226,18 @@ void LUMSetRemoveValue(LUMMutableSetRef set, const void *value)
 {
     LUMIndex i = __LUMSetGetIndexOfValue(set, value);
     if (i == kLUMNotFound) return;
-    const void *removed = set->values[i];
+    // Release first, then close the gap: a release callback sees the old count.
+    releaseValue(set, set->values[i]);
     for (LUMIndex k = i; k < set->count - 1; k++) set->values[k] = set->values[k + 1];
     set->values[set->count - 1] = nullptr;
     set->count--;
-    releaseValue(set, removed);
 }
 
 void LUMSetRemoveAllValues(LUMMutableSetRef set)
 {
     while (set->count > 0) {
-        const void *last = set->values[set->count - 1];
+        releaseValue(set, set->values[set->count - 1]);
         set->values[set->count - 1] = nullptr;
         set->count--;
-        releaseValue(set, last);
     }
 }

@@ -175,9 +175,12 @@ Boolean _LUMSocketInitializeModule(void)
 LUMSocketRef LUMSocketCreateWithSocketSignature(LUMAllocatorRef allocator, const LUMSocketSignature *signature,
                                                 LUMOptionFlags callBackTypes, LUMSocketCallBack callBack, const LUMSocketContext *context)
 {
-    // A failed socket() is not checked: the object is made with native -1.
-    return createSocket(allocator, socket(signature->protocolFamily, signature->socketType, signature->protocol), signature,
-                        callBackTypes, callBack, context);
+    // The object comes first: when it cannot be made, no descriptor is
+    // opened. A failed socket() is not checked: the object keeps native -1.
+    __LUMSocket *s = createSocket(allocator, -1, signature, callBackTypes, callBack, context);
+    if (s == nullptr) return nullptr;
+    s->native = socket(signature->protocolFamily, signature->socketType, signature->protocol);
+    return s;
 }
 
 LUMSocketRef LUMSocketCreate(LUMAllocatorRef allocator, int32_t protocolFamily, int32_t socketType, int32_t protocol,
@@ -250,19 +253,17 @@ void LUMSocketGetContext(LUMSocketRef s, LUMSocketContext *context) { *context =
 
 void LUMSocketInvalidate(LUMSocketRef s)
 {
-    LUMRetain(s); // the source holds the socket: releasing it may free it
+    lum::HeldObject held(s); // the source holds the socket: releasing it may free it
     s->isValid = false;
     if (s->runLoopSource != nullptr) {
-        LUMRunLoopSourceRef source = s->runLoopSource;
+        LUMRunLoopSourceInvalidate(s->runLoopSource);
+        LUMRelease(s->runLoopSource);
         s->runLoopSource = nullptr;
-        LUMRunLoopSourceInvalidate(source);
-        LUMRelease(source);
     }
     if (s->socketFlags & kLUMSocketCloseOnInvalidate) {
         close(s->native);
         s->native = -1;
     }
-    LUMRelease(s);
 }
 
 LUMRunLoopSourceRef LUMSocketCreateRunLoopSource(LUMAllocatorRef allocator, LUMSocketRef socket, LUMIndex order)

@@ -55,18 +55,19 @@ template <typename Stream>
 void dropRunLoopSource(Stream *stream)
 {
     if (stream->runLoopSource == nullptr) return;
-    LUMRunLoopSourceRef source = stream->runLoopSource;
+    // The field is cleared last, so that a cancel callback run by the
+    // invalidation still finds the source through the stream.
+    LUMRunLoopSourceInvalidate(stream->runLoopSource); // out of every mode
+    LUMRelease(stream->runLoopSource);
     stream->runLoopSource = nullptr;
-    LUMRunLoopSourceInvalidate(source); // out of every mode
-    LUMRelease(source);
 }
 
 template <typename Stream>
 void setRunLoopSource(Stream *stream, LUMRunLoopSourceRef source)
 {
-    LUMRunLoopSourceRef old = stream->runLoopSource;
+    // The present source goes first, then the new one is retained.
+    LUMRelease(stream->runLoopSource);
     stream->runLoopSource = static_cast<LUMRunLoopSourceRef>(const_cast<void *>(LUMRetain(source)));
-    LUMRelease(old);
 }
 
 template <typename Stream>

@@ -952,10 +952,11 @@ void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringR
     auto note = [&argumentCount](int32_t n) { if (n > argumentCount) argumentCount = n; };
     for (LUMIndex s = 0; s < specCount; s++) {
         FormatSpec &piece = localFormatSpecs[s];
-        if (piece.type == kFormatLiteral) continue;
+        // A literal '%' spec with a '*' width or precision numbers them like
+        // any other spec; only its value takes no argument.
         if (piece.widthArgNum == -1) piece.widthArgNum = counter++;
         if (piece.precArgNum == -1) piece.precArgNum = counter++;
-        if (piece.mainArgNum == -1) piece.mainArgNum = counter++;
+        if (piece.mainArgNum == -1 && piece.type != kFormatLiteral) piece.mainArgNum = counter++;
         note(piece.widthArgNum);
         note(piece.precArgNum);
         note(piece.mainArgNum);
@@ -971,10 +972,10 @@ void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringR
     for (int32_t a = 0; a < argumentCount; a++) args[a] = FormatArgument{kFormatUnknown, 0, {0}};
     for (LUMIndex s = 0; s < specCount; s++) {
         const FormatSpec &piece = localFormatSpecs[s];
-        if (piece.type == kFormatLiteral) continue;
         if (piece.widthArgNum > 0) args[piece.widthArgNum - 1] = FormatArgument{kFormatInteger, 0, {0}};
         if (piece.precArgNum > 0) args[piece.precArgNum - 1] = FormatArgument{kFormatInteger, 0, {0}};
-        if (piece.mainArgNum > 0) args[piece.mainArgNum - 1] = FormatArgument{piece.type, piece.size, {0}};
+        if (piece.mainArgNum > 0 && piece.type != kFormatLiteral)
+            args[piece.mainArgNum - 1] = FormatArgument{piece.type, piece.size, {0}};
     }
 
     // 5. Fetch in number order: integers are one int (one long with l or ll;
@@ -988,8 +989,9 @@ void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringR
                 arg.value.word = va_arg(arguments, long);
             } else {
                 int32_t word = va_arg(arguments, int);
+                // Only hh and h narrow; hhh and shorter keep the whole word.
                 if (arg.size == -2) word = word & 0xFF;
-                else if (arg.size <= -1) word = static_cast<int16_t>(word & 0xFFFF);
+                else if (arg.size == -1) word = static_cast<int16_t>(word & 0xFFFF);
                 arg.value.word32 = word;
             }
             break;

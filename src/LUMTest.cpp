@@ -120,10 +120,14 @@ Boolean __LUMTestRunRecursive(__LUMTest *test, __LUMTest *parent)
     test->testCount = test->passedCount = test->skippedCount = test->failedCount = 0;
     if (test->context.testFunction != nullptr) {
         test->testCount = 1;
-        // The remembered default is held for the duration of the swap, so
-        // that a custom default cannot go away while the test allocator
-        // stands in for it.
-        LUMAllocatorRef previous = static_cast<LUMAllocatorRef>(LUMRetain(LUMAllocatorGetDefault()));
+        // The previous default is remembered without a reference of the
+        // runner's own: during the test its count is what setting the test
+        // allocator left. Only when the default setting held its last
+        // reference is it kept alive meanwhile, since restoring a freed
+        // allocator could not work.
+        LUMAllocatorRef previous = LUMAllocatorGetDefault();
+        bool keptAlive = previous != nullptr && LUMGetAllocator(previous) != _kLUMAllocatorConstant && LUMGetRetainCount(previous) == 1;
+        if (keptAlive) LUMRetain(previous);
         LUMAllocatorRef leakChecker = LUMTestCreateTestAllocator(kLUMAllocatorSystemDefault);
         LUMAllocatorSetDefault(leakChecker);
         if (parent != nullptr && parent->context.setUpFunction != nullptr) parent->context.setUpFunction(parent);
@@ -132,7 +136,7 @@ Boolean __LUMTestRunRecursive(__LUMTest *test, __LUMTest *parent)
         if (test->context.tearDownFunction != nullptr) test->context.tearDownFunction(test);
         if (parent != nullptr && parent->context.tearDownFunction != nullptr) parent->context.tearDownFunction(parent);
         LUMAllocatorSetDefault(previous);
-        LUMRelease(previous);
+        if (keptAlive) LUMRelease(previous);
         // A leak prints its report but does not fail the test: deliberate.
         if (test->failedCount == 0) LUMTestAllocatorCheckOpenAllocations(test, leakChecker);
         LUMRelease(leakChecker);

@@ -116,29 +116,36 @@ LUMTypeRef LUMRetain(LUMTypeRef obj)
 
 namespace {
 
-/* Objects whose count reached zero while another object was being
- * finalised. Their own finalisation waits until the outermost release gets
- * to it, so that freeing a deeply nested tree (a document may nest a
- * hundred thousand levels) takes constant stack: a finalizer that releases
- * its children only queues them. */
-struct PendingReleases {
+/* Release nests: a finalizer that drops another object's last reference
+ * finalizes and frees it before its own LUMRelease returns, so callers see
+ * objects go in the order their owners release them. Only below
+ * kDirectReleaseDepth nested finalizations (far deeper than any ordinary
+ * program nests objects) is the release deferred: it is queued as a
+ * reference still owed and paid by the deepest direct release once its
+ * finalizer returns. Freeing a tree a million levels deep thus takes a
+ * bounded stack. A queued entry is one reference, not one object, so an
+ * object retained and released again while queued is never freed twice. */
+constexpr int32_t kDirectReleaseDepth = 1000;
+
+struct DeferredReleases {
     LUMTypeRef *objects;
     size_t count;
     size_t capacity;
 };
-PendingReleases __pendingReleases = {nullptr, 0, 0};
-bool __releasing = false;
+DeferredReleases __deferredReleases = {nullptr, 0, 0};
+int32_t __releaseDepth = 0;
 
-void queueForFinalization(LUMTypeRef obj)
+void deferRelease(LUMTypeRef obj)
 {
-    PendingReleases &pending = __pendingReleases;
-    if (pending.count == pending.capacity) {
-        pending.capacity = lum::doubledCapacity(pending.capacity, pending.count + 1);
-        if (pending.capacity < 64) pending.capacity = 64;
-        pending.objects = static_cast<LUMTypeRef *>(
-            _LUMAllocatorReallocateMalloc(pending.objects, static_cast<UInt32>(pending.capacity * sizeof(LUMTypeRef)), 0, nullptr));
+    DeferredReleases &deferred = __deferredReleases;
+    if (deferred.count == deferred.capacity) {
+        size_t capacity = deferred.capacity < 64 ? 64 : deferred.capacity * 2;
+        void *grown = _LUMAllocatorReallocateMalloc(deferred.objects, static_cast<UInt32>(capacity * sizeof(LUMTypeRef)), 0, nullptr);
+        if (grown == nullptr) _LUMFatal(__func__, LUM_SOURCE_FILE, __LINE__, "Out of memory");
+        deferred.objects = static_cast<LUMTypeRef *>(grown);
+        deferred.capacity = capacity;
     }
-    pending.objects[pending.count++] = obj;
+    deferred.objects[deferred.count++] = obj;
 }
 
 /* Finalises an object whose count is zero and frees it, then gives back the
@@ -161,24 +168,62 @@ void finalizeAndFree(LUMTypeRef obj)
     }
 }
 
+/* The innermost hold first; see lum::FinalizationHold. */
+lum::FinalizationHold *__finalizationHolds = nullptr;
+
+/* Decrements the count; true when the object is to be finalised now. An
+ * object whose count reaches zero under a hold waits for the hold's end. */
+bool dropReference(LUMTypeRef obj)
+{
+    if (--header(obj)->retainCount != 0) return false;
+    for (lum::FinalizationHold *hold = __finalizationHolds; hold != nullptr; hold = hold->outer) {
+        if (hold->object == obj) {
+            hold->finalizationDue = true;
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
+
+void lum::beginFinalizationHold(FinalizationHold &hold, LUMTypeRef obj)
+{
+    hold.object = obj;
+    hold.finalizationDue = false;
+    hold.outer = __finalizationHolds;
+    __finalizationHolds = &hold;
+}
+
+void lum::endFinalizationHold(FinalizationHold &hold)
+{
+    __finalizationHolds = hold.outer;
+    if (hold.finalizationDue && header(hold.object)->retainCount == 0) {
+        // The release that was held back, now taken as it would have been
+        // (an outer hold of the same object holds it again).
+        header(hold.object)->retainCount = 1;
+        LUMRelease(hold.object);
+    }
+}
 
 void LUMRelease(LUMTypeRef obj)
 {
     if (obj == nullptr || isConstant(obj)) return;
-    if (--header(obj)->retainCount != 0) return;
-    if (__releasing) {
-        queueForFinalization(obj);
+    if (__releaseDepth >= kDirectReleaseDepth) {
+        deferRelease(obj);
         return;
     }
-    __releasing = true;
+    if (!dropReference(obj)) return;
+    __releaseDepth++;
+    size_t owedBefore = __deferredReleases.count;
     finalizeAndFree(obj);
-    while (__pendingReleases.count > 0) {
-        LUMTypeRef next = __pendingReleases.objects[--__pendingReleases.count];
-        // A queued object that was retained again meanwhile is left alive.
-        if (header(next)->retainCount == 0) finalizeAndFree(next);
+    // Pay what the finalizers below this depth left owing (more may be
+    // queued meanwhile; they are paid here too, on this same stack depth).
+    while (__deferredReleases.count > owedBefore) {
+        LUMTypeRef next = __deferredReleases.objects[--__deferredReleases.count];
+        if (dropReference(next)) finalizeAndFree(next);
     }
-    __releasing = false;
+    __releaseDepth--;
 }
 
 LUMIndex LUMGetRetainCount(LUMTypeRef obj)

@@ -321,10 +321,10 @@ LUMTypeRef LUMURLCreatePropertyFromResource(LUMAllocatorRef allocator, LUMURLRef
     LUMArrayRef list = LUMArrayCreate(allocator, keys, 1, &kLUMTypeArrayCallBacks);
     LUMDictionaryRef values = nullptr;
     LUMTypeRef value = nullptr;
+    // On failure the value is null; a file-length number made on the way
+    // keeps its creation reference all the same (kept so: see the header).
     if (LUMURLCreateDataAndPropertiesFromResource(allocator, url, nullptr, &values, list, errorCode))
         value = LUMDictionaryGetValue(values, property);
-    else if (values != nullptr && LUMEqual(property, kLUMURLFileLength))
-        LUMRelease(LUMDictionaryGetValue(values, property)); // nobody receives that reference
     LUMRelease(values);
     LUMRelease(list);
     return value;

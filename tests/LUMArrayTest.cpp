@@ -322,3 +322,42 @@ TEST(LUMArray, ReplacingWithMoreThan256ValuesUsesTheArraysAllocator)
     EXPECT_EQ(counting.allocations, allocationsBefore); // on the stack
     LUMRelease(other);
 }
+
+namespace {
+
+LUMArrayRef gCountedArray = nullptr;
+std::vector<LUMIndex> gCountsSeenByRelease;
+
+void releaseSeeingCount(LUMAllocatorRef, const void *) { gCountsSeenByRelease.push_back(LUMArrayGetCount(gCountedArray)); }
+
+LUMMutableArrayRef ArrayOfThreeSeeingCounts()
+{
+    static const LUMArrayCallBacks callBacks = {0, nullptr, releaseSeeingCount, nullptr, nullptr};
+    LUMMutableArrayRef array = LUMArrayCreateMutable(nullptr, 0, &callBacks);
+    for (int i = 1; i <= 3; i++) LUMArrayAppendValue(array, reinterpret_cast<const void *>(static_cast<uintptr_t>(i)));
+    gCountedArray = array;
+    gCountsSeenByRelease.clear();
+    return array;
+}
+
+} // namespace
+
+TEST(LUMArray, RemovalReleasesBeforeTheCountDrops)
+{
+    LUMMutableArrayRef array = ArrayOfThreeSeeingCounts();
+    LUMArrayRemoveValueAtIndex(array, 0);
+    EXPECT_EQ(gCountsSeenByRelease, std::vector<LUMIndex>({3}));
+    EXPECT_EQ(LUMArrayGetCount(array), 2);
+    EXPECT_EQ(LUMArrayGetValueAtIndex(array, 0), reinterpret_cast<const void *>(2));
+    EXPECT_EQ(LUMArrayGetValueAtIndex(array, 1), reinterpret_cast<const void *>(3));
+    LUMRelease(array);
+}
+
+TEST(LUMArray, RemoveAllValuesShowsCountsThreeTwoOne)
+{
+    LUMMutableArrayRef array = ArrayOfThreeSeeingCounts();
+    LUMArrayRemoveAllValues(array);
+    EXPECT_EQ(gCountsSeenByRelease, std::vector<LUMIndex>({3, 2, 1}));
+    EXPECT_EQ(LUMArrayGetCount(array), 0);
+    LUMRelease(array);
+}

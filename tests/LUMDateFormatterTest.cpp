@@ -220,3 +220,12 @@ TEST(LUMDateFormatter, RangeSelectsTheText)
     LUMRelease(date);
     LUMRelease(formatter);
 }
+
+TEST(LUMDateFormatter, FieldCutShortByTheEndStillConsumesItsWidth)
+{
+    LUMIndex consumed = -1;
+    EXPECT_TRUE(std::isnan(Parse("yyyy-MM-dd", "2024-03-5", &consumed)));
+    EXPECT_EQ(consumed, 10);
+    EXPECT_TRUE(std::isnan(Parse("yyyy", "20", &consumed)));
+    EXPECT_EQ(consumed, 4);
+}

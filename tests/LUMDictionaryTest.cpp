@@ -294,3 +294,26 @@ TEST(LUMDictionary, OperationsAssertADictionary)
                                   "_LUMTypeCheckValid(dictionary, LUMDictionaryGetTypeID())", "LUMDictionarySetValue",
                                   "src/LUMDictionary"));
 }
+
+TEST(LUMDictionary, DictionaryWithoutSlotsStillReallocatesBothBlocksToZero)
+{
+    CountingAllocator counting;
+    LUMDictionaryRef empty = LUMDictionaryCreate(counting.allocator, nullptr, nullptr, 0, &kLUMTypeDictionaryKeyCallBacks,
+                                                 &kLUMTypeDictionaryValueCallBacks);
+    LUMMutableDictionaryRef copy = LUMDictionaryCreateMutableCopy(counting.allocator, 0, empty);
+    for (LUMDictionaryRef d : {empty, static_cast<LUMDictionaryRef>(copy)}) {
+        counting.calls.clear();
+        LUMDictionarySetValue(const_cast<LUMMutableDictionaryRef>(d), LUMSTR("k"), LUMSTR("v"));
+        // Doubling 0 slots gives 0: both blocks are reallocated to 0 bytes,
+        // then no free slot is found and nothing is stored.
+        ASSERT_EQ(counting.calls.size(), 2u);
+        for (const AllocatorCall &call : counting.calls) {
+            EXPECT_EQ(call.kind, 'r');
+            EXPECT_EQ(call.size, 0u);
+        }
+        EXPECT_EQ(LUMDictionaryGetCount(d), 0);
+        EXPECT_EQ(LUMDictionaryGetValue(d, LUMSTR("k")), nullptr);
+    }
+    LUMRelease(copy);
+    LUMRelease(empty);
+}

@@ -593,3 +593,96 @@ TEST(LUMRunLoopTimer, RepeatingTimerKeepsFiring)
     LUMRunLoopTimerInvalidate(timer);
     LUMRelease(timer);
 }
+
+namespace {
+
+/* Retain counts seen from inside callbacks, against the Parts' accounting. */
+LUMTypeRef gWatchedObject = nullptr;
+std::vector<LUMIndex> gCountsSeen;
+
+void performSeeingCount(void *) { gCountsSeen.push_back(LUMGetRetainCount(gWatchedObject)); }
+void cancelSeeingCount(void *, LUMRunLoopRef, LUMStringRef) { gCountsSeen.push_back(LUMGetRetainCount(gWatchedObject)); }
+void timerSeeingCount(LUMRunLoopTimerRef timer, void *) { gCountsSeen.push_back(LUMGetRetainCount(timer)); }
+
+int gTimerInfoReleases = 0;
+int gTimerCallsBeforeRelease = 0;
+int gTimerCalls = 0;
+void timerInfoRelease(const void *)
+{
+    gTimerInfoReleases++;
+    gTimerCallsBeforeRelease = gTimerCalls;
+}
+void timerDroppingItself(LUMRunLoopTimerRef timer, void *)
+{
+    gTimerCalls++;
+    LUMRunLoopTimerInvalidate(timer); // the modes held the last references
+    EXPECT_EQ(gTimerInfoReleases, 0); // still alive until the handling is over
+    LUMRunLoopStop(LUMRunLoopGetCurrent());
+}
+
+void performDroppingItself(void *info)
+{
+    LUMRunLoopSourceInvalidate(static_cast<LUMRunLoopSourceRef>(info));
+}
+void sourceInfoRelease(const void *) { gTimerInfoReleases++; }
+
+} // namespace
+
+TEST(LUMRunLoopSource, PerformSeesNoHiddenReference)
+{
+    LUMRunLoopSourceContext context = {0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, cancelSeeingCount,
+                                       performSeeingCount};
+    LUMRunLoopSourceRef source = LUMRunLoopSourceCreate(nullptr, 0, &context);
+    gWatchedObject = source;
+    gCountsSeen.clear();
+    LUMRunLoopAddSource(RL(), source, kLUMRunLoopDefaultMode); // the caller's and the mode's
+    LUMRunLoopSourceSignal(source);
+    LUMRunLoopRunInMode(kLUMRunLoopDefaultMode, 0.0, true);
+    LUMRunLoopSourceInvalidate(source);
+    EXPECT_EQ(gCountsSeen, std::vector<LUMIndex>({2, 2}));
+    EXPECT_EQ(LUMGetRetainCount(source), 1);
+    LUMRelease(source);
+}
+
+TEST(LUMRunLoopTimer, CallbackSeesNoHiddenReference)
+{
+    LUMRunLoopTimerRef timer = LUMRunLoopTimerCreate(nullptr, LUMAbsoluteTimeGetCurrent() - 1.0, 10.0, 0, 0, timerSeeingCount, nullptr);
+    gCountsSeen.clear();
+    LUMRunLoopAddTimer(RL(), timer, kLUMRunLoopDefaultMode);
+    LUMRunLoopRunInMode(kLUMRunLoopDefaultMode, 0.0, true);
+    EXPECT_EQ(gCountsSeen, std::vector<LUMIndex>({2}));
+    LUMRunLoopTimerInvalidate(timer);
+    LUMRelease(timer);
+}
+
+TEST(LUMRunLoopTimer, RepeatingTimerThatDropsItsLastReferenceIsFreedAfterItsCallback)
+{
+    // Under the sanitizers this also shows that nothing reads the timer
+    // after it is freed.
+    LUMRunLoopTimerContext context = {0, nullptr, nullptr, timerInfoRelease, nullptr};
+    LUMRunLoopTimerRef timer =
+        LUMRunLoopTimerCreate(nullptr, LUMAbsoluteTimeGetCurrent() - 1.0, 5.0, 0, 0, timerDroppingItself, &context);
+    LUMRunLoopAddTimer(RL(), timer, kLUMRunLoopDefaultMode);
+    LUMRunLoopAddTimer(RL(), timer, LUMSTR("other"));
+    LUMRelease(timer); // only the modes hold it now
+    gTimerCalls = gTimerInfoReleases = gTimerCallsBeforeRelease = 0;
+    LUMRunLoopRunInMode(kLUMRunLoopDefaultMode, 0.0, true);
+    EXPECT_EQ(gTimerCalls, 1);
+    EXPECT_EQ(gTimerInfoReleases, 1);
+    EXPECT_EQ(gTimerCallsBeforeRelease, 1);
+}
+
+TEST(LUMRunLoopSource, SourceThatDropsItsLastReferenceInItsPerformIsFreedAfterIt)
+{
+    LUMRunLoopSourceContext context = {0, nullptr, nullptr, sourceInfoRelease, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                       performDroppingItself};
+    LUMRunLoopSourceRef source = LUMRunLoopSourceCreate(nullptr, 0, &context);
+    // The perform's info is the source itself, without a reference.
+    ((__LUMRunLoopSource *)(source))->context.info = (void *)(source);
+    LUMRunLoopAddSource(RL(), source, kLUMRunLoopDefaultMode);
+    LUMRunLoopSourceSignal(source);
+    LUMRelease(source);
+    gTimerInfoReleases = 0;
+    LUMRunLoopRunInMode(kLUMRunLoopDefaultMode, 0.0, true);
+    EXPECT_EQ(gTimerInfoReleases, 1);
+}

@@ -156,3 +156,50 @@ TEST(LUMSet, CopiesAndEquality)
     LUMRelease(copy);
     LUMRelease(set);
 }
+
+namespace {
+
+LUMSetRef gCountedSet = nullptr;
+std::vector<std::pair<LUMIndex, uintptr_t>> gSetReleases;
+
+void setReleaseSeeingCount(const void *value)
+{
+    gSetReleases.push_back({LUMSetGetCount(gCountedSet), reinterpret_cast<uintptr_t>(value)});
+}
+
+LUMMutableSetRef SetOfThreeSeeingCounts()
+{
+    static const LUMSetCallBacks callBacks = {0, nullptr, setReleaseSeeingCount, nullptr, nullptr, nullptr};
+    LUMMutableSetRef set = LUMSetCreateMutable(nullptr, 0, &callBacks);
+    for (uintptr_t i = 1; i <= 3; i++) LUMSetAddValue(set, reinterpret_cast<const void *>(i));
+    gCountedSet = set;
+    gSetReleases.clear();
+    return set;
+}
+
+} // namespace
+
+TEST(LUMSet, RemovalReleasesBeforeTheCountDrops)
+{
+    LUMMutableSetRef set = SetOfThreeSeeingCounts();
+    LUMSetRemoveValue(set, reinterpret_cast<const void *>(1));
+    ASSERT_EQ(gSetReleases.size(), 1u);
+    EXPECT_EQ(gSetReleases[0].first, 3);
+    EXPECT_EQ(gSetReleases[0].second, 1u);
+    EXPECT_EQ(LUMSetGetCount(set), 2);
+    const void *values[2];
+    LUMSetGetValues(set, values);
+    EXPECT_EQ(values[0], reinterpret_cast<const void *>(2));
+    EXPECT_EQ(values[1], reinterpret_cast<const void *>(3));
+    LUMRelease(set);
+}
+
+TEST(LUMSet, RemoveAllValuesGoesLastToFirstWithCountsThreeTwoOne)
+{
+    LUMMutableSetRef set = SetOfThreeSeeingCounts();
+    LUMSetRemoveAllValues(set);
+    std::vector<std::pair<LUMIndex, uintptr_t>> expected = {{3, 3}, {2, 2}, {1, 1}};
+    EXPECT_EQ(gSetReleases, expected);
+    EXPECT_EQ(LUMSetGetCount(set), 0);
+    LUMRelease(set);
+}

@@ -424,3 +424,31 @@ TEST(LUMSocketStream, OnlyTheAskedStreamIsMade)
     LUMReadStreamClose(fromSignature);
     LUMRelease(fromSignature);
 }
+
+namespace {
+
+/* The lowest free descriptor number: the one the next socket() would get. */
+int LowestFreeDescriptor()
+{
+    int fd = dup(0);
+    close(fd);
+    return fd;
+}
+
+} // namespace
+
+TEST(LUMSocket, NoDescriptorIsOpenedWhenTheObjectCannotBeMade)
+{
+    int lowest = LowestFreeDescriptor();
+    EXPECT_EQ(LUMSocketCreate(kLUMAllocatorNull, 2, 1, 0, 0, nullptr, nullptr), nullptr);
+    LUMSocketSignature signature = {2, 1, 0, nullptr};
+    EXPECT_EQ(LUMSocketCreateWithSocketSignature(kLUMAllocatorNull, &signature, 0, nullptr, nullptr), nullptr);
+    EXPECT_EQ(LowestFreeDescriptor(), lowest);
+    LUMSocketRef s = LUMSocketCreate(nullptr, 2, 1, 0, 0, nullptr, nullptr);
+    ASSERT_NE(s, nullptr);
+    EXPECT_EQ(LUMSocketGetNative(s), lowest);
+    LUMSocketSetSocketFlags(s, LUMSocketGetSocketFlags(s) | kLUMSocketCloseOnInvalidate);
+    LUMSocketInvalidate(s);
+    LUMRelease(s);
+    EXPECT_EQ(LowestFreeDescriptor(), lowest);
+}

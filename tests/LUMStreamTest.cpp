@@ -296,3 +296,83 @@ TEST(LUMStream, GenericPropertiesAreEmpty)
     EXPECT_EQ(LUMWriteStreamGetStatus(stream), kLUMStreamStatusClosed);
     LUMRelease(stream);
 }
+
+namespace {
+
+LUMReadStreamRef gStreamOfSource = nullptr;
+std::vector<const void *> gSourceSeenByCancel;
+
+void cancelSeeingTheStream(void *, LUMRunLoopRef, LUMStringRef)
+{
+    gSourceSeenByCancel.push_back(_LUMReadStreamGetRunLoopSource(gStreamOfSource));
+}
+
+LUMRunLoopSourceRef SourceWithCancel()
+{
+    LUMRunLoopSourceContext context = {0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, cancelSeeingTheStream, nullptr};
+    return LUMRunLoopSourceCreate(nullptr, 0, &context);
+}
+
+/* A bound pair's read stream whose source is one with the cancel above,
+ * scheduled in the default mode. */
+LUMReadStreamRef ReaderWithCancellingSource(LUMRunLoopSourceRef *sourceOut)
+{
+    LUMReadStreamRef reader = nullptr;
+    LUMWriteStreamRef writer = nullptr;
+    LUMStreamCreateBoundPair(nullptr, &reader, &writer, 4);
+    LUMRelease(writer);
+    LUMRunLoopSourceRef source = SourceWithCancel();
+    _LUMReadStreamSetRunLoopSource(reader, source);
+    LUMRelease(source);
+    LUMReadStreamScheduleWithRunLoop(reader, LUMRunLoopGetCurrent(), kLUMRunLoopDefaultMode);
+    gStreamOfSource = reader;
+    gSourceSeenByCancel.clear();
+    *sourceOut = source;
+    return reader;
+}
+
+LUMRunLoopSourceRef gNewSource = nullptr;
+LUMIndex gNewSourceCountWhenOldWent = -1;
+
+void oldSourceInfoReleased(const void *) { gNewSourceCountWhenOldWent = LUMGetRetainCount(gNewSource); }
+
+} // namespace
+
+TEST(LUMStream, CloseClearsTheSourceFieldAfterTheCancel)
+{
+    LUMRunLoopSourceRef source = nullptr;
+    LUMReadStreamRef reader = ReaderWithCancellingSource(&source);
+    LUMReadStreamClose(reader);
+    EXPECT_EQ(gSourceSeenByCancel, std::vector<const void *>({source}));
+    EXPECT_EQ(_LUMReadStreamGetRunLoopSource(reader), nullptr);
+    LUMRelease(reader);
+}
+
+TEST(LUMStream, FinalizationClearsTheSourceFieldAfterTheCancel)
+{
+    LUMRunLoopSourceRef source = nullptr;
+    LUMReadStreamRef reader = ReaderWithCancellingSource(&source);
+    LUMRelease(reader);
+    EXPECT_EQ(gSourceSeenByCancel, std::vector<const void *>({source}));
+}
+
+TEST(LUMStream, ReplacingTheSourceReleasesTheOldOneFirst)
+{
+    LUMReadStreamRef reader = nullptr;
+    LUMWriteStreamRef writer = nullptr;
+    LUMStreamCreateBoundPair(nullptr, &reader, &writer, 4);
+    LUMRunLoopSourceContext oldContext = {0, nullptr, nullptr, oldSourceInfoReleased, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
+    LUMRunLoopSourceRef oldSource = LUMRunLoopSourceCreate(nullptr, 0, &oldContext);
+    _LUMReadStreamSetRunLoopSource(reader, oldSource);
+    LUMRelease(oldSource); // the stream holds the last reference
+    LUMRunLoopSourceContext newContext = {};
+    gNewSource = LUMRunLoopSourceCreate(nullptr, 0, &newContext);
+    _LUMReadStreamSetRunLoopSource(reader, gNewSource);
+    // The old source went before the new one was retained by the stream.
+    EXPECT_EQ(gNewSourceCountWhenOldWent, 1);
+    EXPECT_EQ(LUMGetRetainCount(gNewSource), 2);
+    EXPECT_EQ(_LUMReadStreamGetRunLoopSource(reader), gNewSource);
+    LUMRelease(gNewSource);
+    LUMRelease(reader);
+    LUMRelease(writer);
+}

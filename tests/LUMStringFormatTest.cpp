@@ -215,3 +215,23 @@ TEST(LUMStringFormat, PositionalArgumentsMatchSnprintf)
     EXPECT_EQ(Format("%2$*1$d|", 6, 42), CFormat("%2$*1$ld|", 6, 42L));
     EXPECT_EQ(Format("%1$.*2$f", 3.14159, 3), CFormat("%1$.*2$f", 3.14159, 3));
 }
+
+TEST(LUMStringFormat, ThreeOrMoreHsKeepTheWholeWord)
+{
+    // Only hh (low byte) and h (low 16 bits, sign-extended) narrow the word.
+    EXPECT_EQ(Format("%hhhx", 0x1FFFF), "1ffff");
+    EXPECT_EQ(Format("%hhhd", 70000), "70000");
+    EXPECT_EQ(Format("%hhhhx", 0x1FFFF), "1ffff");
+    EXPECT_EQ(Format("%hhhd", -70000), "-70000");
+    EXPECT_EQ(Format("%hhx", 0x1FFFF), "ff");
+    EXPECT_EQ(Format("%hd", 70000), "4464");
+}
+
+TEST(LUMStringFormat, LiteralPercentNumbersItsStarArguments)
+{
+    // The '*' of a literal spec takes its argument like any other spec.
+    EXPECT_EQ(Format("%*%|%d", 7, 42), "%|42");
+    EXPECT_EQ(Format("%.*%|%d", 7, 42), "%|42");
+    EXPECT_EQ(Format("%*.*%|%d", 7, 3, 42), "%|42");
+    EXPECT_EQ(Format("%d|%*%|%d", 1, 7, 42), "1|%|42");
+}

@@ -243,3 +243,35 @@ TEST(LUMTestHarness, LibraryObjectsReleaseEverythingTheyAllocate)
     EXPECT_EQ(result.out, "Starting test suite run 'LibraryObjects'\n\nLibraryObjects: ......"
                           "\n\n2 tests run, 6 assertions passed, 0 skipped, 0 failed.\n1");
 }
+
+namespace {
+
+LUMAllocatorRef gPreviousDefault = nullptr;
+LUMIndex gPreviousCountDuringTest = -1;
+
+void noteThePreviousDefault(LUMTestRef test)
+{
+    gPreviousCountDuringTest = LUMGetRetainCount(gPreviousDefault);
+    LUMTestAssert(test, true, LUMSTR("x"));
+}
+
+} // namespace
+
+TEST(LUMTestHarness, RunnerRemembersThePreviousDefaultWithoutAReference)
+{
+    ChildResult result = RunInChild([] {
+        CountingAllocator counting;
+        LUMAllocatorSetDefault(counting.allocator); // the caller's reference and the default's
+        gPreviousDefault = counting.allocator;
+        LUMTestRef test = NewTest("t", noteThePreviousDefault);
+        LUMTestRun(test);
+        // Held by the caller, the default setting and the test object (made
+        // with the default allocator): during the test the default's
+        // reference is given back and the runner takes none of its own.
+        printf("|%ld %ld|", static_cast<long>(gPreviousCountDuringTest), static_cast<long>(LUMGetRetainCount(counting.allocator)));
+        LUMAllocatorSetDefault(kLUMAllocatorSystemDefault);
+        LUMRelease(test);
+    });
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_NE(result.out.find("|2 3|"), std::string::npos) << result.out;
+}

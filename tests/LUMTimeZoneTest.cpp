@@ -252,3 +252,130 @@ TEST(LUMTimeZone, AgreesWithTheSystemZoneData)
         printf("zones whose rules changed after tz data %s (system %s):%s\n", table.c_str(), system.c_str(), changedLater.str().c_str());
     printf("%d zones, %d instants compared (table %s, system %s)\n", zonesChecked, instantsChecked, table.c_str(), system.c_str());
 }
+
+namespace {
+
+/* A zone as the system's compiled TZif file (64-bit part) gives it. */
+struct SystemZone {
+    struct Type {
+        int32_t utoff;
+        bool isdst;
+        std::string abbr;
+    };
+    std::vector<int64_t> times;
+    std::vector<Type> typeAt; // the type that holds from times[i] on
+    Type initial;             // before the first transition
+    std::string footer;
+
+    /* The offset and daylight flag in force at a Unix time. */
+    const Type &At(int64_t unix) const
+    {
+        const Type *type = &initial;
+        for (size_t i = 0; i < times.size() && times[i] <= unix; i++) type = &typeAt[i];
+        return *type;
+    }
+};
+
+int64_t BigEndian(const unsigned char *p, int bytes)
+{
+    uint64_t value = 0;
+    for (int i = 0; i < bytes; i++) value = value << 8 | p[i];
+    if (bytes == 4) return static_cast<int32_t>(static_cast<uint32_t>(value));
+    return static_cast<int64_t>(value);
+}
+
+bool ReadSystemZone(const std::string &name, SystemZone &zone)
+{
+    std::ifstream in("/usr/share/zoneinfo/" + name, std::ios::binary);
+    std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (data.size() < 44 || data.compare(0, 4, "TZif") != 0 || data[4] < '2') return false;
+    auto bytes = reinterpret_cast<const unsigned char *>(data.data());
+    auto counts = [&](size_t at, int64_t c[6]) {
+        for (int i = 0; i < 6; i++) c[i] = BigEndian(bytes + at + 20 + 4 * i, 4);
+    };
+    int64_t c[6]; // isutcnt, isstdcnt, leapcnt, timecnt, typecnt, charcnt
+    counts(0, c);
+    size_t at = 44 + c[3] * 5 + c[4] * 6 + c[5] + c[2] * 8 + c[1] + c[0];
+    counts(at, c);
+    at += 44;
+    std::vector<int> indices;
+    for (int64_t i = 0; i < c[3]; i++) zone.times.push_back(BigEndian(bytes + at + 8 * i, 8));
+    at += 8 * c[3];
+    for (int64_t i = 0; i < c[3]; i++) indices.push_back(bytes[at + i]);
+    at += c[3];
+    std::vector<SystemZone::Type> types;
+    size_t chars = at + 6 * c[4];
+    for (int64_t i = 0; i < c[4]; i++) {
+        const unsigned char *t = bytes + at + 6 * i;
+        types.push_back({static_cast<int32_t>(BigEndian(t, 4)), t[4] != 0, std::string(data.c_str() + chars + t[5])});
+    }
+    at = chars + c[5] + c[2] * 12 + c[1] + c[0];
+    size_t footerEnd = data.find('\n', at + 1);
+    zone.footer = data.substr(at + 1, footerEnd - at - 1);
+    for (int index : indices) zone.typeAt.push_back(types[index]);
+    zone.initial = types[0];
+    return true;
+}
+
+} // namespace
+
+TEST(LUMTimeZone, ZonesWithoutDaylightSavingEndAtTheirLastRealChange)
+{
+    std::string table = TableRelease(), system = SystemRelease();
+    if (system.empty() || system != table) GTEST_SKIP() << "the system's tz data is not the table's release";
+    constexpr int64_t kEndOf32BitTime = 2147483647, kEnd2050 = 2556144000;
+    constexpr double kSince1970 = 978307200.0;
+    LUMArrayRef names = LUMTimeZoneCopyKnownNames();
+    int zonesChecked = 0, endingZones = 0;
+    for (LUMIndex i = 0; i < LUMArrayGetCount(names); i++) {
+        LUMStringRef name = static_cast<LUMStringRef>(LUMArrayGetValueAtIndex(names, i));
+        std::string zoneName = Text(name);
+        if (zoneName == "Canada/East-Saskatchewan") continue; // gone from today's data
+        SystemZone zone;
+        ASSERT_TRUE(ReadSystemZone(zoneName, zone)) << zoneName;
+        if (zone.footer.find(',') != std::string::npos) continue; // daylight saving today: the test above
+        // The records the table keeps: the explicit changes before 2051,
+        // without a closing placeholder that repeats the record before it.
+        std::vector<int64_t> records;
+        for (size_t k = 0; k < zone.times.size() && zone.times[k] < kEnd2050; k++) {
+            const SystemZone::Type &type = zone.typeAt[k];
+            bool placeholder = zone.times[k] == kEndOf32BitTime && k > 0 && type.utoff == zone.typeAt[k - 1].utoff &&
+                               type.isdst == zone.typeAt[k - 1].isdst && type.abbr == zone.typeAt[k - 1].abbr;
+            if (!placeholder) records.push_back(zone.times[k]);
+        }
+        LUMTimeZoneRef tz = LUMTimeZoneCreateWithName(nullptr, name, false);
+        zonesChecked++;
+        auto expectSystem = [&](int64_t unix) {
+            const SystemZone::Type &type = zone.At(unix);
+            EXPECT_EQ(LUMTimeZoneGetSecondsFromGMT(tz, static_cast<double>(unix) - kSince1970), static_cast<double>(type.utoff))
+                << zoneName << " at " << unix;
+            EXPECT_EQ(LUMTimeZoneIsDaylightSavingTime(tz, static_cast<double>(unix) - kSince1970), type.isdst) << zoneName << " at " << unix;
+        };
+        auto expectZero = [&](int64_t unix) {
+            EXPECT_EQ(LUMTimeZoneGetSecondsFromGMT(tz, static_cast<double>(unix) - kSince1970), 0.0) << zoneName << " at " << unix;
+        };
+        if (records.size() >= 2) {
+            // Between the second record and the last real change: the
+            // system's offset, checked in every interval and just before the end.
+            for (size_t k = 0; k + 1 < records.size(); k++) expectSystem(records[k] + (records[k + 1] - records[k]) / 2);
+            expectSystem(records[1] - 1);
+            expectSystem(records.back() - 1);
+            // From the last real change on: 0.0, also through 2038 and later.
+            expectZero(records.back());
+            expectZero(records.back() + 86400);
+            if (records.back() < kEndOf32BitTime - 1) {
+                expectZero(kEndOf32BitTime - 1);
+                expectZero(kEndOf32BitTime + 86400);
+            }
+            if (records.back() < kEndOf32BitTime - 86400 * 365) endingZones++;
+        } else {
+            expectZero(0);
+            expectZero(kEndOf32BitTime - 1);
+        }
+        LUMRelease(tz);
+    }
+    LUMRelease(names);
+    EXPECT_GT(zonesChecked, 300);
+    EXPECT_GT(endingZones, 150);
+    printf("%d zones without daylight saving compared, %d with a last change before 2037\n", zonesChecked, endingZones);
+}

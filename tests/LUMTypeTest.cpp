@@ -203,3 +203,125 @@ TEST(LUMType, RangeMakeKeepsBothFields)
     EXPECT_EQ(range.location, 3);
     EXPECT_EQ(range.length, -7);
 }
+
+namespace {
+
+/* A node holding one child, released by its finalizer; finalizations are
+ * logged with the number of allocator calls seen so far. */
+struct Node {
+    LUMRuntimeBase base;
+    int index;
+    LUMTypeRef child;
+    bool reRetainChild; // retains and releases its child again after releasing it
+};
+
+std::vector<std::pair<int, size_t>> gFinalized;
+CountingAllocator *gWatched = nullptr;
+int gNodeFinalizations = 0;
+
+void nodeFinalize(LUMTypeRef obj)
+{
+    auto *node = static_cast<Node *>(const_cast<void *>(obj));
+    gNodeFinalizations++;
+    if (gWatched != nullptr) gFinalized.push_back({node->index, gWatched->calls.size()});
+    LUMTypeRef child = node->child;
+    node->child = nullptr;
+    LUMRelease(child);
+    if (node->reRetainChild && child != nullptr) {
+        LUMRetain(child);
+        LUMRelease(child);
+    }
+}
+
+const LUMRuntimeClass kNodeClass = {0, "Node", sizeof(Node), nullptr, nodeFinalize, nullptr, nullptr, nullptr};
+
+LUMTypeID NodeTypeID()
+{
+    static LUMTypeID id = 0;
+    if (id == 0) id = _LUMTypeRegisterClass(&kNodeClass);
+    return id;
+}
+
+Node *NewNode(int index, LUMTypeRef child)
+{
+    auto *node = static_cast<Node *>(const_cast<void *>(_LUMTypeCreateInstance(nullptr, NodeTypeID())));
+    node->index = index;
+    node->child = child;
+    return node;
+}
+
+/* A chain of depth nodes: node 0 holds node 1, and so on. */
+LUMTypeRef NewChain(int depth)
+{
+    LUMTypeRef child = nullptr;
+    for (int i = depth - 1; i >= 0; i--) child = NewNode(i, child);
+    return child;
+}
+
+} // namespace
+
+TEST(LUMType, ReleaseInsideAFinalizerFinalizesBeforeItReturns)
+{
+    CountingAllocator counting;
+    gWatched = &counting;
+    gFinalized.clear();
+    const void *values[3] = {NewNode(0, nullptr), NewNode(1, nullptr), NewNode(2, nullptr)};
+    LUMArrayRef array = LUMArrayCreate(counting.allocator, values, 3, &kLUMTypeArrayCallBacks);
+    for (const void *value : values) LUMRelease(value);
+    size_t before = counting.calls.size();
+    LUMRelease(array);
+    gWatched = nullptr;
+    // Values 0, 1, 2 are finalized in order while the array still stands;
+    // then its block and the array itself go back to the allocator.
+    ASSERT_EQ(gFinalized.size(), 3u);
+    for (int i = 0; i < 3; i++) {
+        EXPECT_EQ(gFinalized[i].first, i);
+        EXPECT_EQ(gFinalized[i].second, before) << "value " << i << " finalized after an allocator call";
+    }
+    ASSERT_EQ(counting.calls.size(), before + 2);
+    EXPECT_EQ(counting.calls[before].kind, 'd');
+    EXPECT_NE(counting.calls[before].block, array);
+    EXPECT_EQ(counting.calls[before + 1].kind, 'd');
+    EXPECT_EQ(counting.calls[before + 1].block, array);
+}
+
+TEST(LUMType, NestedReleasesFinalizeInsideOut)
+{
+    // Each finalizer's release of its child finishes before the finalizer
+    // returns: the child is freed while the parent's finalizer runs.
+    gFinalized.clear();
+    CountingAllocator counting;
+    gWatched = &counting;
+    LUMRelease(NewChain(50));
+    gWatched = nullptr;
+    ASSERT_EQ(gFinalized.size(), 50u);
+    for (int i = 0; i < 50; i++) EXPECT_EQ(gFinalized[i].first, i);
+}
+
+TEST(LUMType, AMillionLevelsAreReleasedOnABoundedStack)
+{
+    for (int depth : {100000, 1000000}) {
+        gNodeFinalizations = 0;
+        LUMRelease(NewChain(depth));
+        EXPECT_EQ(gNodeFinalizations, depth);
+    }
+}
+
+TEST(LUMType, DeepReleaseRetainedAgainIsFinalizedOnce)
+{
+    // Far below any ordinary nesting, releases are deferred; an object whose
+    // finalizer's owner retains and releases it again meanwhile is still
+    // finalized exactly once (and, under the sanitizers, freed once).
+    const int depth = 5000;
+    LUMTypeRef chain = NewChain(depth);
+    for (auto *node = static_cast<Node *>(const_cast<void *>(chain)); node != nullptr;
+         node = static_cast<Node *>(const_cast<void *>(node->child))) {
+        node->reRetainChild = node->index >= 2000;
+    }
+    // reRetainChild touches the child after releasing it: only safe where the
+    // release is deferred, which is what the test is about; the direct part
+    // of the chain does not use it.
+    gNodeFinalizations = 0;
+    LUMRelease(chain);
+    EXPECT_EQ(gNodeFinalizations, depth);
+}

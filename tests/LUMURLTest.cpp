@@ -300,3 +300,17 @@ TEST(LUMURL, WritingIntoAMissingDirectoryFails)
     LUMRelease(data);
     LUMRelease(url);
 }
+
+TEST(LUMURL, PropertyOfAPathWithoutFileSystemFormIsNullAndItsNumberStays)
+{
+    // A path too long for the 1024-byte buffer has no file-system form: the
+    // call fails and returns null, while the file-length number it made
+    // keeps its creation reference (documented where the function is).
+    CountingAllocator counting;
+    LUMURLRef url = Path("/" + std::string(1100, 'x'), false, nullptr);
+    EXPECT_EQ(LUMURLCreatePropertyFromResource(counting.allocator, url, kLUMURLFileLength, nullptr), nullptr);
+    int live = 0;
+    for (const AllocatorCall &call : counting.calls) live += call.kind == 'a' ? 1 : (call.kind == 'd' ? -1 : 0);
+    EXPECT_EQ(live, 1);
+    LUMRelease(url);
+}

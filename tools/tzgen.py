@@ -23,6 +23,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 SINCE_1970 = 978307200
 START_2000 = 946684800           # 2000-01-01 00:00:00 UTC
 END_2050 = 2556144000            # 2051-01-01 00:00:00 UTC: transitions before it
+END_OF_32_BIT_TIME = 2 ** 31 - 1  # 2038-01-19 03:14:07 UTC
 MAX_RECORDS = 140
 REMOVED_NAMES = {"Canada/East-Saskatchewan": "America/Regina"}
 
@@ -165,8 +166,13 @@ def zone_records(path):
     tz = parse_tz(footer) if footer else None
     observes_dst = tz is not None and tz["dst"] is not None
 
-    # Explicit transitions as (time, utoff, isdst, abbr).
+    # Explicit transitions as (time, utoff, isdst, abbr). The zone files end
+    # many zones with a placeholder at the end of 32-bit time that repeats
+    # the record before it: it changes nothing, and kept as the last record
+    # it would make the zone answer as if a change were still to come.
     explicit = [(t, types[i][0], types[i][1], types[i][2]) for t, i in zip(times, indices)]
+    explicit = [r for k, r in enumerate(explicit)
+                if not (r[0] == END_OF_32_BIT_TIME and k > 0 and r[1:] == explicit[k - 1][1:])]
 
     def standard_offset(k, seq):
         """The standard offset for a daylight record: that of the standard

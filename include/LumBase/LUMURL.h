@@ -61,7 +61,11 @@ LUM_EXPORT LUMStringRef LUMURLCreateStringByReplacingPercentEscapes(LUMAllocator
 LUM_EXPORT Boolean LUMURLCreateDataAndPropertiesFromResource(LUMAllocatorRef allocator, LUMURLRef url, LUMDataRef *resourceData,
                                                              LUMDictionaryRef *properties, LUMArrayRef desiredProperties,
                                                              LUMIndex *errorCode);
-/* One property; the caller owns what it gets (booleans are constants). */
+/* One property; the caller owns what it gets (booleans are constants).
+ * Returns null when the resource call fails (the path has no file-system
+ * form, or the property is unknown). Kept on purpose: asked for
+ * kLUMURLFileLength, a failing call still makes the number and nobody
+ * receives it, so it leaks with its creation reference. */
 LUM_EXPORT LUMTypeRef LUMURLCreatePropertyFromResource(LUMAllocatorRef allocator, LUMURLRef url, LUMStringRef property, LUMIndex *errorCode);
 /* Writes data as the whole file (created with mode 0644, truncated);
  * properties must be NULL. NULL data writes nothing. */

@@ -170,18 +170,24 @@ std::string CFormat(const char *format, ...)
 namespace {
 void *countingAllocate(UInt32 size, LUMOptionFlags, void *info)
 {
-    static_cast<CountingAllocator *>(info)->allocations++;
-    return malloc(size);
+    auto *self = static_cast<CountingAllocator *>(info);
+    self->allocations++;
+    void *block = malloc(size);
+    self->calls.push_back({'a', block, size});
+    return block;
 }
 void *countingReallocate(void *ptr, UInt32 size, LUMOptionFlags, void *info)
 {
-    static_cast<CountingAllocator *>(info)->reallocations++;
+    auto *self = static_cast<CountingAllocator *>(info);
+    self->reallocations++;
+    self->calls.push_back({'r', ptr, size});
     return realloc(ptr, size);
 }
 void countingDeallocate(void *ptr, void *info)
 {
     auto *self = static_cast<CountingAllocator *>(info);
     self->deallocations++;
+    self->calls.push_back({'d', ptr, 0});
     if (self->freeMemory) free(ptr);
 }
 const void *countingRetain(const void *info)

@@ -56,8 +56,16 @@ std::string Format(const char *format, Args... args)
 /* The C library's snprintf text, for oracle comparisons. */
 std::string CFormat(const char *format, ...);
 
-/* A malloc-backed allocator that counts its calls. */
+/* A malloc-backed allocator that counts its calls, and keeps them in order:
+ * 'a' allocate (the block returned), 'r' reallocate (the block given, the
+ * new size), 'd' deallocate (the block given). */
+struct AllocatorCall {
+    char kind;
+    const void *block;
+    UInt32 size;
+};
 struct CountingAllocator {
+    std::vector<AllocatorCall> calls;
     int allocations = 0;
     int reallocations = 0;
     int deallocations = 0;
