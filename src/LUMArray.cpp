@@ -77,15 +77,22 @@ void __LUMArrayFinalizeInstance(LUMTypeRef obj)
 
 /* Compared with the callbacks of the second array, stopping at the first
  * unequal pair. */
-Boolean __LUMArrayEqualInstance(LUMTypeRef first, LUMTypeRef second)
+/* Unequal counts are unequal; otherwise the values are compared index by
+ * index with b's equal callback, stopping at the first unequal pair (the
+ * comparison itself runs in lum::equalContainers, at any depth). */
+Boolean __LUMArrayEqualInstance(LUMTypeRef first, LUMTypeRef second) { return lum::equalContainers(first, second); }
+
+LUMIndex arrayComparisonSteps(LUMTypeRef first, LUMTypeRef second)
+{
+    const __LUMArray *a = lum::object<__LUMArray>(first);
+    return a->count != lum::object<__LUMArray>(second)->count ? -1 : a->count;
+}
+
+lum::ComparisonStep arrayComparisonStep(LUMTypeRef first, LUMTypeRef second, LUMIndex i)
 {
     const __LUMArray *a = lum::object<__LUMArray>(first);
     const __LUMArray *b = lum::object<__LUMArray>(second);
-    if (a->count != b->count) return false;
-    for (LUMIndex i = 0; i < a->count; i++) {
-        if (!lum::elementsEqual(b->callBacks.equal, a->values[i], b->values[i])) return false;
-    }
-    return true;
+    return {a->values[i], b->values[i], b->callBacks.equal};
 }
 
 /* The array of objects written as JSON. */
@@ -109,15 +116,21 @@ LUMStringRef __LUMArrayCopyDescriptionInstance(LUMTypeRef obj)
     return description;
 }
 
-/* Sets count, first growing the block by doubling when it is too small. */
-void __LUMArraySetCount(__LUMArray *array, LUMIndex newCount)
+/* Sets count, first growing the block by doubling when it is too small.
+ * False, with the array unchanged, when the slots cannot be represented or
+ * allocated. */
+bool __LUMArraySetCount(__LUMArray *array, int64_t newCount)
 {
     if (newCount > array->slotCount) {
-        array->slotCount = lum::doubledCapacity(array->slotCount, newCount);
-        array->values = static_cast<const void **>(LUMAllocatorReallocate(
-            LUMGetAllocator(array), array->values, static_cast<LUMIndex>(static_cast<size_t>(array->slotCount) * sizeof(void *)), 0));
+        LUMIndex slots = lum::grownCapacity(array->slotCount, newCount, sizeof(void *));
+        if (slots < 0) return false;
+        void *grown = LUMAllocatorReallocate(LUMGetAllocator(array), array->values, lum::blockBytes(slots, sizeof(void *)), 0);
+        if (grown == nullptr) return false;
+        array->values = static_cast<const void **>(grown);
+        array->slotCount = slots;
     }
-    array->count = newCount;
+    array->count = static_cast<LUMIndex>(newCount);
+    return true;
 }
 
 __LUMArray *createArray(LUMAllocatorRef allocator, LUMIndex slots, const LUMArrayCallBacks *callBacks, bool isMutable)
@@ -125,9 +138,15 @@ __LUMArray *createArray(LUMAllocatorRef allocator, LUMIndex slots, const LUMArra
     __LUMArray *array = lum::object<__LUMArray>(_LUMTypeCreateInstance(allocator, LUMArrayGetTypeID()));
     if (array == nullptr) return nullptr;
     if (callBacks != nullptr) array->callBacks = *callBacks;
+    LUMIndex bytes = lum::blockBytes(slots, sizeof(void *));
+    void *values = bytes < 0 ? nullptr : LUMAllocatorAllocate(LUMGetAllocator(array), bytes, 0);
+    if (values == nullptr && bytes != 0) {
+        // A block that cannot be represented or allocated: no array.
+        LUMRelease(array);
+        return nullptr;
+    }
     array->slotCount = slots;
-    array->values = static_cast<const void **>(
-        LUMAllocatorAllocate(LUMGetAllocator(array), static_cast<LUMIndex>(static_cast<size_t>(slots) * sizeof(void *)), 0));
+    array->values = static_cast<const void **>(values);
     array->isMutable = isMutable;
     return array;
 }
@@ -144,6 +163,8 @@ __LUMArray *copyArray(LUMAllocatorRef allocator, LUMArrayRef source, bool isMuta
 }
 
 } // namespace
+
+const lum::ContainerComparison lum::kArrayComparison = {arrayComparisonSteps, arrayComparisonStep};
 
 const LUMArrayCallBacks kLUMTypeArrayCallBacks = {
     0, __LUMArrayRetainTypeValue, __LUMArrayReleaseTypeValue, LUMCopyDescription, LUMEqual,
@@ -254,7 +275,7 @@ void LUMArrayAppendArray(LUMMutableArrayRef array, LUMArrayRef otherArray, LUMRa
 void LUMArrayInsertValueAtIndex(LUMMutableArrayRef array, LUMIndex idx, const void *value)
 {
     LUMIndex oldCount = array->count;
-    __LUMArraySetCount(array, oldCount + 1);
+    if (!__LUMArraySetCount(array, static_cast<int64_t>(oldCount) + 1)) return; // no room: unchanged
     for (LUMIndex i = oldCount; i > idx; i--) array->values[i] = array->values[i - 1];
     array->values[idx] = retainValue(array, value);
 }
@@ -296,10 +317,12 @@ void LUMArrayReplaceValues(LUMMutableArrayRef array, LUMRange range, const void 
     // 1. A temporary block for the retained new values. Above 256 slots it
     //    comes from the array's allocator and is not given back (kept so).
     const void *stackSlots[kReplaceStackSlots];
-    const void **temp = static_cast<uint32_t>(newCount) <= static_cast<uint32_t>(kReplaceStackSlots)
-                            ? stackSlots
-                            : static_cast<const void **>(LUMAllocatorAllocate(
-                                  LUMGetAllocator(array), static_cast<LUMIndex>(static_cast<size_t>(newCount) * sizeof(void *)), 0));
+    const void **temp = stackSlots;
+    if (static_cast<uint32_t>(newCount) > static_cast<uint32_t>(kReplaceStackSlots)) {
+        LUMIndex bytes = lum::blockBytes(newCount, sizeof(void *));
+        temp = bytes < 0 ? nullptr : static_cast<const void **>(LUMAllocatorAllocate(LUMGetAllocator(array), bytes, 0));
+        if (temp == nullptr) return; // no room for the new values: unchanged
+    }
     // 2. Retain every new value.
     for (LUMIndex i = 0; i < newCount; i++) temp[i] = retainValue(array, newValues[i]);
     // 3. Overwrite the first min(newCount, range.length) slots.

@@ -96,5 +96,10 @@ void LUMAutoreleasePoolDrain(LUMAutoreleasePoolRef pool)
     }
     LUMMutableArrayRef stack = poolStack();
     LUMIndex at = LUMArrayGetLastIndexOfValue(stack, LUMRangeMake(0, LUMArrayGetCount(stack)), pool);
-    if (at != kLUMNotFound) LUMArrayRemoveValueAtIndex(stack, at);
+    if (at == kLUMNotFound) return;
+    // The stack's reference may be the pool's last. The removal releases it
+    // before the stack's count drops, so the pool's own finalization (which
+    // drains, and so looks at the stack) waits until the removal is over.
+    lum::HeldObject held(pool);
+    LUMArrayRemoveValueAtIndex(stack, at);
 }

@@ -78,11 +78,18 @@ LUMStringRef __LUMDataCopyDescriptionInstance(LUMTypeRef obj)
     return description;
 }
 
-void growTo(__LUMData *data, LUMIndex needed)
+/* Grows the block by doubling to hold needed bytes. False, with the data
+ * unchanged, when that many bytes cannot be represented or allocated. */
+bool growTo(__LUMData *data, int64_t needed)
 {
-    if (needed <= data->capacity) return;
-    data->capacity = lum::doubledCapacity(data->capacity, needed);
-    data->bytes = static_cast<UInt8 *>(LUMAllocatorReallocate(data->bytesDeallocator, data->bytes, data->capacity, 0));
+    if (needed <= data->capacity) return true;
+    LUMIndex capacity = lum::grownCapacity(data->capacity, needed, 1);
+    if (capacity < 0) return false;
+    void *grown = LUMAllocatorReallocate(data->bytesDeallocator, data->bytes, capacity, 0);
+    if (grown == nullptr) return false;
+    data->bytes = static_cast<UInt8 *>(grown);
+    data->capacity = capacity;
+    return true;
 }
 
 __LUMData *createData(LUMAllocatorRef allocator)
@@ -174,17 +181,22 @@ UInt8 *LUMDataGetMutableBytePtr(LUMMutableDataRef data)
 
 void LUMDataSetLength(LUMMutableDataRef data, LUMIndex length)
 {
-    growTo(data, length);
+    if (!growTo(data, length)) return;
     if (length > data->length) _LUMZeroMemory(data->bytes + data->length, static_cast<size_t>(length - data->length));
     data->length = length;
 }
 
-void LUMDataIncreaseLength(LUMMutableDataRef data, LUMIndex extraLength) { LUMDataSetLength(data, data->length + extraLength); }
+void LUMDataIncreaseLength(LUMMutableDataRef data, LUMIndex extraLength)
+{
+    int64_t length = static_cast<int64_t>(data->length) + extraLength;
+    if (length > INT32_MAX) return; // cannot be represented: unchanged
+    LUMDataSetLength(data, static_cast<LUMIndex>(length));
+}
 
 void LUMDataAppendBytes(LUMMutableDataRef data, const UInt8 *bytes, LUMIndex length)
 {
     LUM_ASSERT_AT(244, data->isMutable);
-    growTo(data, data->length + length);
+    if (!growTo(data, static_cast<int64_t>(data->length) + length)) return;
     for (LUMIndex i = 0; i < length; i++) data->bytes[data->length + i] = bytes[i];
     data->length += length;
 }
@@ -202,8 +214,9 @@ void LUMDataReplaceBytes(LUMMutableDataRef data, LUMRange range, const UInt8 *ne
     LUM_ASSERT_AT(276, data->isMutable);
     LUM_ASSERT_AT(277, (range.location >= 0) && (range.length >= 0));
     LUM_ASSERT_AT(278, (range.location + range.length) <= data->length);
-    LUMIndex newTotal = data->length - range.length + newLength;
-    growTo(data, newTotal);
+    int64_t total = static_cast<int64_t>(data->length) - range.length + newLength;
+    if (!growTo(data, total)) return;
+    LUMIndex newTotal = static_cast<LUMIndex>(total);
     LUMIndex tail = data->length - range.location - range.length;
     _LUMMoveMemory(data->bytes + range.location + newLength, data->bytes + range.location + range.length, static_cast<size_t>(tail));
     if (newLength > 0) memmove(data->bytes + range.location, newBytes, static_cast<size_t>(newLength));

@@ -108,19 +108,26 @@ void __LUMDictionaryFinalizeInstance(LUMTypeRef obj)
 /* Compares the first count(a) slots of a, holes included, with b. Kept this
  * way: after removals from a it may compare holes and skip keys stored at
  * higher slots. */
-Boolean __LUMDictionaryEqualInstance(LUMTypeRef first, LUMTypeRef second)
+/* Unequal counts are unequal; otherwise slot i of a, for i below count(a)
+ * (holes included, kept so), is looked up in b and its value compared with
+ * b's value equal callback (the comparison itself runs in
+ * lum::equalContainers, at any depth). */
+Boolean __LUMDictionaryEqualInstance(LUMTypeRef first, LUMTypeRef second) { return lum::equalContainers(first, second); }
+
+LUMIndex dictionaryComparisonSteps(LUMTypeRef first, LUMTypeRef second)
+{
+    const __LUMDictionary *a = lum::object<__LUMDictionary>(first);
+    if (a->count != lum::object<__LUMDictionary>(second)->count) return -1;
+    // A count above the slot count (null keys are counted without taking a
+    // slot) stops at the last slot: there is nothing beyond it to compare.
+    return a->count < a->slotCount ? a->count : a->slotCount;
+}
+
+lum::ComparisonStep dictionaryComparisonStep(LUMTypeRef first, LUMTypeRef second, LUMIndex i)
 {
     const __LUMDictionary *a = lum::object<__LUMDictionary>(first);
     const __LUMDictionary *b = lum::object<__LUMDictionary>(second);
-    if (a->count != b->count) return false;
-    for (LUMIndex i = 0; i < a->count; i++) {
-        const void *bValue = LUMDictionaryGetValue(b, a->keys[i]);
-        const void *aValue = a->values[i];
-        if (aValue == bValue) continue;
-        if (aValue == nullptr || bValue == nullptr || b->valueCallBacks.equal == nullptr) return false;
-        if (!b->valueCallBacks.equal(aValue, bValue)) return false;
-    }
-    return true;
+    return {a->values[i], LUMDictionaryGetValue(b, a->keys[i]), b->valueCallBacks.equal};
 }
 
 /* The dictionary of objects written as JSON. */
@@ -174,6 +181,8 @@ __LUMDictionary *copyDictionary(LUMAllocatorRef allocator, const __LUMDictionary
 }
 
 } // namespace
+
+const lum::ContainerComparison lum::kDictionaryComparison = {dictionaryComparisonSteps, dictionaryComparisonStep};
 
 const LUMDictionaryKeyCallBacks kLUMTypeDictionaryKeyCallBacks = {
     0, LUMRetain, LUMRelease, LUMCopyDescription, LUMEqual, LUMHash,

@@ -63,6 +63,38 @@ static_assert(doubledCapacity(10, 11) == 20);
 static_assert(doubledCapacity(0, 3) == 4);
 static_assert(doubledCapacity(0, 3, false) == 0);
 
+/* Checked growth for blocks whose byte count goes to an allocator as a
+ * LUMIndex: the doubled capacity for needed elements of elementSize bytes,
+ * held to the largest count whose bytes still fit in a LUMIndex (a block of
+ * bytes may thus end at 2^31 - 1 rather than 2^31). -1 when needed itself
+ * cannot be represented, so that callers leave their object as it was. */
+constexpr int64_t kMaxBlockBytes = INT32_MAX;
+
+constexpr LUMIndex grownCapacity(LUMIndex capacity, int64_t needed, size_t elementSize)
+{
+    const int64_t limit = kMaxBlockBytes / static_cast<int64_t>(elementSize);
+    if (needed < 0 || needed > limit) return -1;
+    if (capacity >= needed) return capacity;
+    int64_t grown = capacity <= 0 ? 1 : capacity;
+    while (grown < needed) grown *= 2;
+    return static_cast<LUMIndex>(grown > limit ? limit : grown);
+}
+static_assert(grownCapacity(10, 11, 8) == 20);
+static_assert(grownCapacity(0, 3, 1) == 4);
+static_assert(grownCapacity(1 << 30, (1 << 30) + 1, 1) == INT32_MAX);
+static_assert(grownCapacity(1 << 29, (1 << 29) + 1, 2) == INT32_MAX / 2);
+static_assert(grownCapacity(1 << 29, (1 << 30), 2) == -1);
+static_assert(grownCapacity(0, -1, 1) == -1);
+
+/* Bytes of count elements, or -1 when they do not fit in a LUMIndex. */
+constexpr LUMIndex blockBytes(int64_t count, size_t elementSize)
+{
+    if (count < 0 || count > kMaxBlockBytes / static_cast<int64_t>(elementSize)) return -1;
+    return static_cast<LUMIndex>(count * static_cast<int64_t>(elementSize));
+}
+static_assert(blockBytes(3, 8) == 24);
+static_assert(blockBytes(INT32_MAX / 4 + 1, 4) == -1);
+
 /* A double truncated toward zero and wrapped to 32 bits, as a 32-bit time_t
  * takes it; NaN gives 0. Defined for every input. */
 inline int32_t truncatedToInt32(double value)
@@ -113,6 +145,28 @@ public:
 private:
     FinalizationHold hold_;
 };
+
+/* Equality of the library's own arrays and dictionaries at any depth. The
+ * pairs a comparison visits are kept on an explicit stack, so nesting costs
+ * heap, not machine stack. Each container class describes its comparison
+ * as numbered steps; a step whose equal callback is LUMEqual on two
+ * containers of one such class opens that pair instead of recursing. Every
+ * other equal callback is called exactly when, and in the order, the plain
+ * recursive definition calls it. */
+using ElementEqual = Boolean (*)(const void *, const void *);
+struct ComparisonStep {
+    const void *a;
+    const void *b;
+    ElementEqual equal;
+};
+struct ContainerComparison {
+    LUMIndex (*steps)(LUMTypeRef a, LUMTypeRef b); // -1: unequal before any step
+    ComparisonStep (*step)(LUMTypeRef a, LUMTypeRef b, LUMIndex i);
+};
+extern const ContainerComparison kArrayComparison;
+extern const ContainerComparison kDictionaryComparison;
+/* a and b are distinct objects of one container class, a valid. */
+bool equalContainers(LUMTypeRef a, LUMTypeRef b);
 
 /* Container element rules: a NULL value never reaches retain or release.
  * Array callbacks take the container's allocator first; pass it as `leading`. */

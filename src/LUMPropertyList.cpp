@@ -478,10 +478,16 @@ private:
     {
         LUMTypeID type = LUMGetTypeID(object);
         if (type == LUMDictionaryGetTypeID()) {
+            // Only the slots that hold a key are written, whatever the count
+            // says (a null key can be counted without occupying a slot).
             auto dictionary = static_cast<LUMDictionaryRef>(object);
             writeText(w_, "{");
-            OpenContainer &frame = push(true, LUMDictionaryGetCount(dictionary));
-            LUMDictionaryGetKeysAndValues(dictionary, frame.keys, frame.values);
+            LUMIndex present = 0;
+            LUMDictionaryApplyFunction(dictionary, countEntry, &present);
+            OpenContainer &frame = push(true, present);
+            frame.next = 0;
+            LUMDictionaryApplyFunction(dictionary, collectEntry, &frame);
+            frame.next = 0;
         } else if (type == LUMArrayGetTypeID()) {
             auto array = static_cast<LUMArrayRef>(object);
             writeText(w_, "[");
@@ -490,6 +496,15 @@ private:
         } else {
             writeScalar(object, w_);
         }
+    }
+
+    static void countEntry(const void *, const void *, void *context) { ++*static_cast<LUMIndex *>(context); }
+    static void collectEntry(const void *key, const void *value, void *context)
+    {
+        auto *frame = static_cast<OpenContainer *>(context);
+        frame->keys[frame->next] = key;
+        frame->values[frame->next] = value;
+        frame->next++;
     }
 
     // A key that is not a string is written as what it is; a container key

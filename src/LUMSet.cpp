@@ -62,17 +62,23 @@ LUMIndex __LUMSetGetIndexOfValue(const __LUMSet *set, const void *candidate)
     return found;
 }
 
-void __LUMSetEnsureCapacity(__LUMSet *set, LUMIndex needed)
+/* False, with the set unchanged, when the slots cannot be represented or
+ * allocated. */
+bool __LUMSetEnsureCapacity(__LUMSet *set, int64_t needed)
 {
-    if (set->slotCount >= needed) return;
-    set->slotCount = lum::doubledCapacity(set->slotCount, needed);
-    set->values = static_cast<const void **>(LUMAllocatorReallocate(
-        LUMGetAllocator(set), set->values, static_cast<LUMIndex>(static_cast<size_t>(set->slotCount) * sizeof(void *)), 0));
+    if (set->slotCount >= needed) return true;
+    LUMIndex slots = lum::grownCapacity(set->slotCount, needed, sizeof(void *));
+    if (slots < 0) return false;
+    void *grown = LUMAllocatorReallocate(LUMGetAllocator(set), set->values, lum::blockBytes(slots, sizeof(void *)), 0);
+    if (grown == nullptr) return false;
+    set->values = static_cast<const void **>(grown);
+    set->slotCount = slots;
+    return true;
 }
 
 void appendValue(__LUMSet *set, const void *value)
 {
-    __LUMSetEnsureCapacity(set, set->count + 1);
+    if (!__LUMSetEnsureCapacity(set, static_cast<int64_t>(set->count) + 1)) return; // no room: unchanged
     set->values[set->count++] = retainValue(set, value);
 }
 
@@ -112,9 +118,15 @@ __LUMSet *createSet(LUMAllocatorRef allocator, LUMIndex slots, const LUMSetCallB
     __LUMSet *set = lum::object<__LUMSet>(_LUMTypeCreateInstance(allocator, LUMSetGetTypeID()));
     if (set == nullptr) return nullptr;
     if (callBacks != nullptr) set->callBacks = *callBacks;
+    LUMIndex bytes = lum::blockBytes(slots, sizeof(void *));
+    void *values = bytes < 0 ? nullptr : LUMAllocatorAllocate(LUMGetAllocator(set), bytes, 0);
+    if (values == nullptr && bytes != 0) {
+        // A block that cannot be represented or allocated: no set.
+        LUMRelease(set);
+        return nullptr;
+    }
     set->slotCount = slots;
-    set->values = static_cast<const void **>(
-        LUMAllocatorAllocate(LUMGetAllocator(set), static_cast<LUMIndex>(static_cast<size_t>(slots) * sizeof(void *)), 0));
+    set->values = static_cast<const void **>(values);
     set->isMutable = isMutable;
     return set;
 }
@@ -156,7 +168,7 @@ LUMMutableSetRef LUMSetCreateMutable(LUMAllocatorRef allocator, LUMIndex capacit
 LUMMutableSetRef LUMSetCreateMutableCopy(LUMAllocatorRef allocator, LUMIndex capacity, LUMSetRef source)
 {
     const __LUMSet *from = setObject(source);
-    LUMIndex slots = lum::doubledCapacity(kMutableInitialSlots, from->slotCount);
+    LUMIndex slots = lum::grownCapacity(kMutableInitialSlots, from->slotCount, sizeof(void *));
     __LUMSet *set = createSet(allocator, slots, &from->callBacks, true);
     if (set == nullptr) return nullptr;
     set->capacityHint = capacity;

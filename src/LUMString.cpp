@@ -215,21 +215,28 @@ LUMAllocatorRef resolvedAllocator(LUMAllocatorRef allocator)
 
 /* ---- Growth and appending ------------------------------------------------ */
 
-void __LUMStringEnsureLength(__LUMString *ptr, LUMIndex needed)
+/* Grows the unit buffer by doubling to hold needed units. False, with the
+ * string unchanged, when that many units cannot be represented or
+ * allocated: the edit that asked for them then changes nothing. */
+bool __LUMStringEnsureLength(__LUMString *ptr, int64_t needed)
 {
     LUM_ASSERT(ptr->isMutable);
     LUM_ASSERT(ptr->bufferType == _kLUMStringBufferTypeUniCharString);
-    if (ptr->capacity >= needed) return;
-    ptr->capacity = lum::doubledCapacity(ptr->capacity, needed);
-    ptr->buffer = LUMAllocatorReallocate(LUMGetAllocator(ptr), ptr->buffer,
-                                         static_cast<LUMIndex>(ptr->capacity * sizeof(UniChar)), 0);
+    if (ptr->capacity >= needed) return true;
+    LUMIndex capacity = lum::grownCapacity(ptr->capacity, needed, sizeof(UniChar));
+    if (capacity < 0) return false;
+    void *grown = LUMAllocatorReallocate(LUMGetAllocator(ptr), ptr->buffer, lum::blockBytes(capacity, sizeof(UniChar)), 0);
+    if (grown == nullptr) return false;
+    ptr->buffer = grown;
+    ptr->capacity = capacity;
+    return true;
 }
 
 void __LUMStringAppendCharacter(__LUMString *ptr, UniChar unit)
 {
     LUM_ASSERT(ptr->isMutable);
     LUM_ASSERT(ptr->bufferType == _kLUMStringBufferTypeUniCharString);
-    __LUMStringEnsureLength(ptr, ptr->length + 1);
+    if (!__LUMStringEnsureLength(ptr, static_cast<int64_t>(ptr->length) + 1)) return;
     unitsOf(ptr)[ptr->length++] = unit;
 }
 
@@ -461,6 +468,9 @@ void LUMStringGetCharacters(LUMStringRef str, LUMRange range, UniChar *buffer)
 Boolean LUMStringGetCString(LUMStringRef str, char *buffer, LUMIndex bufferSize, LUMStringEncoding encoding)
 {
     LUM_ASSERT(encoding == kLUMStringEncodingUTF8);
+    // Without room even for the NUL nothing fits and nothing is written (a
+    // null buffer of size 0 is the usual way to ask).
+    if (bufferSize < 1) return false;
     CharacterReader reader(str);
     LUMIndex written = 0;
     UInt8 *out = reinterpret_cast<UInt8 *>(buffer);
@@ -480,6 +490,15 @@ Boolean LUMStringGetCString(LUMStringRef str, char *buffer, LUMIndex bufferSize,
 
 Boolean LUMStringGetFileSystemRepresentation(LUMStringRef str, char *buffer, LUMIndex maxBufLen)
 {
+    // A path holding U+0000 has no file-system form: cut there, it would
+    // name another file. The buffer then holds the empty path.
+    CharacterReader reader(str);
+    for (LUMIndex i = 0; i < reader.length(); i++) {
+        if (reader[i] == 0) {
+            if (maxBufLen > 0) buffer[0] = '\0';
+            return false;
+        }
+    }
     return LUMStringGetCString(str, buffer, maxBufLen, kLUMStringEncodingUTF8);
 }
 
@@ -550,7 +569,7 @@ void LUMStringAppendCharacters(LUMMutableStringRef str, const UniChar *chars, LU
     const UniChar *own = unitsOf(ptr);
     bool fromSelf = chars >= own && chars < own + ptr->capacity;
     ptrdiff_t offset = chars - own;
-    __LUMStringEnsureLength(ptr, ptr->length + numChars);
+    if (!__LUMStringEnsureLength(ptr, static_cast<int64_t>(ptr->length) + numChars)) return;
     if (fromSelf) chars = unitsOf(ptr) + offset;
     for (LUMIndex i = 0; i < numChars; i++) __LUMStringAppendCharacter(ptr, chars[i]);
 }
@@ -561,6 +580,8 @@ void LUMStringAppendCString(LUMMutableStringRef str, const char *cStr, LUMString
     LUM_ASSERT(ptr->isMutable);
     LUM_ASSERT(encoding == kLUMStringEncodingUTF8);
     const UInt8 *bytes = reinterpret_cast<const UInt8 *>(cStr);
+    // Unit by unit, each growing as it needs (the allocator sees the same
+    // calls as for single appends); at the size limit the rest is dropped.
     LUMIndex index = 0;
     while (bytes[index] != 0) __LUMStringAppendCharacter(ptr, __LUMStringDecodeUTF8Sequence(bytes, &index));
 }
@@ -606,8 +627,12 @@ void LUMStringReplace(LUMMutableStringRef str, LUMRange range, LUMStringRef repl
     LUMStringRef source = replacement == str ? LUMStringCreateCopy(kLUMAllocatorSystemDefault, replacement)
                                              : static_cast<LUMStringRef>(LUMRetain(replacement));
     LUMIndex replacementLength = LUMStringGetLength(source);
-    LUMIndex newLength = replacementLength + ptr->length - range.length;
-    __LUMStringEnsureLength(ptr, newLength);
+    int64_t total = static_cast<int64_t>(replacementLength) + ptr->length - range.length;
+    if (!__LUMStringEnsureLength(ptr, total)) {
+        LUMRelease(source);
+        return;
+    }
+    LUMIndex newLength = static_cast<LUMIndex>(total);
     UniChar *units = unitsOf(ptr);
     LUMIndex tail = ptr->length - range.location - range.length;
     _LUMMoveMemory(units + range.location + replacementLength, units + range.location + range.length,
@@ -625,7 +650,7 @@ void LUMStringReplaceAll(LUMMutableStringRef str, LUMStringRef replacement)
     LUM_ASSERT(ptr->bufferType == _kLUMStringBufferTypeUniCharString);
     if (replacement == str) return;
     LUMIndex length = LUMStringGetLength(replacement);
-    __LUMStringEnsureLength(ptr, length);
+    if (!__LUMStringEnsureLength(ptr, length)) return;
     CharacterReader reader(replacement);
     for (LUMIndex i = 0; i < length; i++) unitsOf(ptr)[i] = reader[i];
     ptr->length = length;
@@ -730,8 +755,15 @@ LUMArrayRef LUMStringCreateArrayBySeparatingStrings(LUMStringRef str, LUMStringR
     LUMMutableArrayRef pieces = LUMArrayCreateMutable(nullptr, 0, &kLUMTypeArrayCallBacks);
     LUMIndex length = LUMStringGetLength(str);
     LUMRange remaining = LUMRangeMake(0, length);
-    LUMRange found;
+    // A search whose range is shorter than the separator "finds" it without
+    // setting found: it then reads as not found, so the piece's length is
+    // negative and the substring's assertion ends the call, the same way on
+    // every run.
+    LUMRange found = LUMRangeMake(kLUMNotFound, 0);
     while (remaining.length > 0 && LUMStringFindWithOptions(str, separator, remaining, 0, &found)) {
+        // An empty separator is found at once and never moves the remaining
+        // range: splitting on it could not end.
+        LUM_ASSERT(LUMStringGetLength(separator) > 0);
         // found.location is relative to remaining but is used as an index into
         // str; the two agree only for the first separator. A second separator
         // therefore yields a negative length and stops in the substring
@@ -765,7 +797,11 @@ const char *numericText(LUMStringRef str, char (&buffer)[128])
 int32_t LUMStringGetIntValue(LUMStringRef str)
 {
     char buffer[128];
-    return static_cast<int32_t>(strtol(numericText(str, buffer), nullptr, 10));
+    // Saturated to 32 bits as a 32-bit long gives it, on every platform.
+    long value = strtol(numericText(str, buffer), nullptr, 10);
+    if (value > INT32_MAX) return INT32_MAX;
+    if (value < INT32_MIN) return INT32_MIN;
+    return static_cast<int32_t>(value);
 }
 
 double LUMStringGetDoubleValue(LUMStringRef str)
@@ -846,8 +882,13 @@ LUMIndex parseConversion(const UniChar *fmt, LUMIndex length, LUMIndex start, Fo
             else piece.flags |= kFlagZero;
             break;
         case '1': case '2': case '3': case '4': case '5': case '6': case '7': case '8': case '9': {
+            // Saturated: a number past INT32_MAX reads as INT32_MAX, which no
+            // conversion can honour (see renderNumber) and no call can pass.
             int32_t n = 0;
-            while (i < length && fmt[i] >= '0' && fmt[i] <= '9') n = n * 10 + (fmt[i++] - '0');
+            while (i < length && fmt[i] >= '0' && fmt[i] <= '9') {
+                int digit = fmt[i++] - '0';
+                n = n > (INT32_MAX - digit) / 10 ? INT32_MAX : n * 10 + digit;
+            }
             if (i < length && fmt[i] == '$') {
                 if (state == 0) piece.mainArgNum = n;
                 else if (state == 1) piece.widthArgNum = n;
@@ -966,8 +1007,14 @@ void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringR
     FormatArgument localArguments[kLocalFormatArguments];
     FormatArgument *args = localArguments;
     if (static_cast<size_t>(argumentCount) > kLocalFormatArguments) {
-        args = static_cast<FormatArgument *>(LUMAllocatorAllocate(
-            kLUMAllocatorSystemDefault, static_cast<LUMIndex>(static_cast<size_t>(argumentCount) * sizeof(FormatArgument)), 0));
+        LUMIndex bytes = lum::blockBytes(argumentCount, sizeof(FormatArgument));
+        args = bytes < 0 ? nullptr : static_cast<FormatArgument *>(LUMAllocatorAllocate(kLUMAllocatorSystemDefault, bytes, 0));
+        if (args == nullptr) {
+            // A table for that many arguments cannot be made (no call can
+            // pass them either): nothing is rendered.
+            LUMAllocatorDeallocate(kLUMAllocatorSystemDefault, fmt);
+            return;
+        }
     }
     for (int32_t a = 0; a < argumentCount; a++) args[a] = FormatArgument{kFormatUnknown, 0, {0}};
     for (LUMIndex s = 0; s < specCount; s++) {
@@ -1032,8 +1079,14 @@ void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringR
             if (piece.type == kFormatInteger) conversion[n++] = 'l';
             conversion[n++] = static_cast<char>(conversionChar);
             conversion[n] = '\0';
-            size_t bufferSize = static_cast<size_t>(width + precision + kFormatScratchBytes);
+            // The scratch buffer holds width + precision + 128 bytes. Beyond
+            // what snprintf can report (INT_MAX), or when the buffer cannot
+            // be had, the conversion renders nothing.
+            int64_t scratch = static_cast<int64_t>(width) + precision + kFormatScratchBytes;
+            if (scratch > INT32_MAX) break;
+            size_t bufferSize = static_cast<size_t>(scratch);
             lum::TempBuffer<char, 512> buffer(bufferSize);
+            if (buffer.get() == nullptr) break;
             if (piece.type == kFormatInteger) {
                 formatOne(buffer.get(), bufferSize, conversion, width, precision, integerValue(arg, conversionChar));
             } else {

@@ -10,7 +10,9 @@
 #define LUM_SOURCE_FILE "src/LUMType"
 #include "LUMPrivate.h"
 
+#include <LumBase/LUMArray.h>
 #include <LumBase/LUMAutoreleasePool.h>
+#include <LumBase/LUMDictionary.h>
 
 #include <cstdio>
 
@@ -260,6 +262,100 @@ Boolean LUMEqual(LUMTypeRef a, LUMTypeRef b)
     const LUMRuntimeClass *cls = _LUMTypeGetClass(a);
     if (cls == nullptr || cls->equal == nullptr) return false;
     return cls->equal(a, b);
+}
+
+namespace {
+
+const lum::ContainerComparison *comparisonOf(LUMTypeRef obj)
+{
+    LUMTypeID type = LUMGetTypeID(obj);
+    if (type == LUMArrayGetTypeID()) return &lum::kArrayComparison;
+    if (type == LUMDictionaryGetTypeID()) return &lum::kDictionaryComparison;
+    return nullptr;
+}
+
+/* Whether LUMEqual(a, b) would go on into a container comparison. */
+const lum::ContainerComparison *opensAsContainer(LUMTypeRef a, LUMTypeRef b)
+{
+    if (_LUMTypeGetClass(a) == nullptr || LUMGetTypeID(a) != LUMGetTypeID(b)) return nullptr;
+    return comparisonOf(a);
+}
+
+class ComparisonStack {
+public:
+    ComparisonStack() = default;
+    ~ComparisonStack() { if (frames_ != local_) free(frames_); }
+    ComparisonStack(const ComparisonStack &) = delete;
+    ComparisonStack &operator=(const ComparisonStack &) = delete;
+
+    struct Frame {
+        LUMTypeRef a;
+        LUMTypeRef b;
+        const lum::ContainerComparison *how;
+        LUMIndex next;
+        LUMIndex steps;
+    };
+
+    /* Opens a pair; false when it is unequal before any step. Sets
+     * outOfMemory instead when the stack cannot grow. */
+    bool open(LUMTypeRef a, LUMTypeRef b, const lum::ContainerComparison *how)
+    {
+        if (depth_ == capacity_ && !grow()) {
+            outOfMemory = true;
+            return true;
+        }
+        LUMIndex steps = how->steps(a, b);
+        if (steps < 0) return false;
+        frames_[depth_++] = Frame{a, b, how, 0, steps};
+        return true;
+    }
+    Frame *top() { return depth_ > 0 ? &frames_[depth_ - 1] : nullptr; }
+    void close() { depth_--; }
+    bool outOfMemory = false;
+
+private:
+    bool grow()
+    {
+        size_t capacity = capacity_ * 2;
+        void *grown = frames_ == local_ ? malloc(capacity * sizeof(Frame)) : realloc(frames_, capacity * sizeof(Frame));
+        if (grown == nullptr) return false;
+        if (frames_ == local_) memcpy(grown, local_, sizeof(local_));
+        frames_ = static_cast<Frame *>(grown);
+        capacity_ = capacity;
+        return true;
+    }
+    static constexpr size_t kLocalFrames = 16;
+    Frame local_[kLocalFrames];
+    Frame *frames_ = local_;
+    size_t depth_ = 0;
+    size_t capacity_ = kLocalFrames;
+};
+
+} // namespace
+
+bool lum::equalContainers(LUMTypeRef a, LUMTypeRef b)
+{
+    ComparisonStack stack;
+    if (!stack.open(a, b, comparisonOf(a))) return false;
+    if (stack.outOfMemory) return false; // not even the first frame: nothing compared
+    while (ComparisonStack::Frame *top = stack.top()) {
+        if (top->next == top->steps) {
+            stack.close();
+            continue;
+        }
+        lum::ComparisonStep step = top->how->step(top->a, top->b, top->next++);
+        // The element rule: identity, then the equal callback when both exist.
+        if (step.a == step.b) continue;
+        if (step.a == nullptr || step.b == nullptr || step.equal == nullptr) return false;
+        const lum::ContainerComparison *how = step.equal == LUMEqual ? opensAsContainer(step.a, step.b) : nullptr;
+        if (how != nullptr) {
+            if (!stack.open(step.a, step.b, how)) return false;
+            if (!stack.outOfMemory) continue;
+            stack.outOfMemory = false; // no room to go on iteratively: recurse for this pair
+        }
+        if (!step.equal(step.a, step.b)) return false;
+    }
+    return true;
 }
 
 LUMStringRef LUMCopyDescription(LUMTypeRef obj)

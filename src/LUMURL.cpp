@@ -282,7 +282,12 @@ Boolean LUMURLCreateDataAndPropertiesFromResource(LUMAllocatorRef allocator, LUM
                     ok = false;
                     break;
                 }
+                int64_t before = LUMDataGetLength(data);
                 LUMDataAppendBytes(data, chunk, static_cast<LUMIndex>(n));
+                if (LUMDataGetLength(data) != before + n) { // too large to hold: a failed read
+                    ok = false;
+                    break;
+                }
             }
             close(fd);
             *resourceData = data;

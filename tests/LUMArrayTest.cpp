@@ -361,3 +361,52 @@ TEST(LUMArray, RemoveAllValuesShowsCountsThreeTwoOne)
     EXPECT_EQ(LUMArrayGetCount(array), 0);
     LUMRelease(array);
 }
+
+namespace {
+
+std::vector<std::pair<uintptr_t, uintptr_t>> gEqualCalls;
+Boolean loggingEqual(const void *a, const void *b)
+{
+    gEqualCalls.push_back({reinterpret_cast<uintptr_t>(a), reinterpret_cast<uintptr_t>(b)});
+    return (reinterpret_cast<uintptr_t>(a) & 0xFF) == (reinterpret_cast<uintptr_t>(b) & 0xFF);
+}
+
+LUMArrayRef LoggingArray(std::initializer_list<uintptr_t> values)
+{
+    static const LUMArrayCallBacks callBacks = {0, nullptr, nullptr, nullptr, loggingEqual};
+    std::vector<const void *> pointers;
+    for (uintptr_t v : values) pointers.push_back(reinterpret_cast<const void *>(v));
+    return LUMArrayCreate(nullptr, pointers.data(), static_cast<LUMIndex>(pointers.size()), &callBacks);
+}
+
+/* An array of retained objects, the creator's references given over. */
+LUMArrayRef Holding(std::initializer_list<LUMTypeRef> values)
+{
+    std::vector<const void *> pointers(values.begin(), values.end());
+    LUMArrayRef array = LUMArrayCreate(nullptr, pointers.data(), static_cast<LUMIndex>(pointers.size()), &kLUMTypeArrayCallBacks);
+    for (LUMTypeRef v : values) LUMRelease(v);
+    return array;
+}
+
+} // namespace
+
+TEST(LUMArray, NestedEqualityCallsCustomCallbacksAsRecursionWould)
+{
+    // Outer arrays compare with LUMEqual; the inner ones with a logging
+    // callback of their own: its calls come in the recursive order and stop
+    // at the first unequal pair.
+    LUMArrayRef a = Holding({Holding({LoggingArray({0x101, 0x102})}), LoggingArray({0x103})});
+    LUMArrayRef b = Holding({Holding({LoggingArray({0x201, 0x202})}), LoggingArray({0x203})});
+    gEqualCalls.clear();
+    EXPECT_TRUE(LUMEqual(a, b));
+    std::vector<std::pair<uintptr_t, uintptr_t>> expected = {{0x101, 0x201}, {0x102, 0x202}, {0x103, 0x203}};
+    EXPECT_EQ(gEqualCalls, expected);
+    LUMArrayRef c = Holding({Holding({LoggingArray({0x301, 0x1FF})}), LoggingArray({0x103})});
+    gEqualCalls.clear();
+    EXPECT_FALSE(LUMEqual(a, c));
+    expected = {{0x101, 0x301}, {0x102, 0x1FF}};
+    EXPECT_EQ(gEqualCalls, expected);
+    LUMRelease(a);
+    LUMRelease(b);
+    LUMRelease(c);
+}

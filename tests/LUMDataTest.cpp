@@ -151,3 +151,62 @@ TEST(LUMData, DescriptionShowsLengthCapacityAndBytes)
     EXPECT_NE(text.find("abc"), std::string::npos);
     LUMRelease(data);
 }
+
+namespace {
+
+/* The C heap, refusing any block above a size. */
+UInt32 gLargestBlock = 0;
+void *limitedAllocate(UInt32 size, LUMOptionFlags, void *) { return size > gLargestBlock ? nullptr : malloc(size); }
+void *limitedReallocate(void *ptr, UInt32 size, LUMOptionFlags, void *) { return size > gLargestBlock ? nullptr : realloc(ptr, size); }
+void limitedDeallocate(void *ptr, void *) { free(ptr); }
+
+LUMAllocatorRef LimitedAllocator(UInt32 largestBlock)
+{
+    gLargestBlock = largestBlock;
+    LUMAllocatorContext context = {0, nullptr, nullptr, nullptr, nullptr, limitedAllocate, limitedReallocate, limitedDeallocate, nullptr};
+    return LUMAllocatorCreate(kLUMAllocatorSystemDefault, &context);
+}
+
+} // namespace
+
+TEST(LUMData, GrowthThatCannotBeHadLeavesTheDataAsItWas)
+{
+    LUMAllocatorRef limited = LimitedAllocator(64);
+    LUMMutableDataRef data = LUMDataCreateMutable(limited, 0);
+    UInt8 bytes[100] = {1, 2, 3};
+    LUMDataAppendBytes(data, bytes, 3);
+    LUMDataAppendBytes(data, bytes, 100); // would need 128 bytes
+    EXPECT_EQ(LUMDataGetLength(data), 3);
+    EXPECT_EQ(Bytes(data), std::vector<int>({1, 2, 3}));
+    LUMDataSetLength(data, 65);
+    EXPECT_EQ(LUMDataGetLength(data), 3);
+    LUMDataIncreaseLength(data, INT32_MAX); // the sum cannot be represented
+    EXPECT_EQ(LUMDataGetLength(data), 3);
+    LUMDataSetLength(data, 64); // the largest block there is
+    EXPECT_EQ(LUMDataGetLength(data), 64);
+    EXPECT_EQ(Capacity(data), 64);
+    LUMRelease(data);
+    LUMRelease(limited);
+}
+
+TEST(LUMData, GrowthPastAGibibyteEndsAtTheLargestBlock)
+{
+    // Doubling 2^30 cannot give 2^31 in a LUMIndex: the block ends at
+    // 2^31 - 1 bytes. No size beyond that can be had; nothing loops.
+    LUMMutableDataRef data = LUMDataCreateMutable(nullptr, 0);
+    LUMDataSetLength(data, INT32_MAX);
+    LUMIndex length = LUMDataGetLength(data);
+    if (length == 0) {
+        LUMRelease(data);
+        GTEST_SKIP() << "no 2 GiB block on this machine";
+    }
+    EXPECT_EQ(length, INT32_MAX);
+    EXPECT_EQ(Capacity(data), INT32_MAX);
+    UInt8 one = 1;
+    LUMDataAppendBytes(data, &one, 1); // one byte too many: unchanged
+    EXPECT_EQ(LUMDataGetLength(data), INT32_MAX);
+    LUMDataSetLength(data, (1 << 30) + 1);
+    LUMDataAppendBytes(data, &one, 1);
+    EXPECT_EQ(LUMDataGetLength(data), (1 << 30) + 2);
+    LUMRelease(data);
+}

@@ -229,3 +229,17 @@ TEST(LUMDateFormatter, FieldCutShortByTheEndStillConsumesItsWidth)
     EXPECT_TRUE(std::isnan(Parse("yyyy", "20", &consumed)));
     EXPECT_EQ(consumed, 4);
 }
+
+TEST(LUMDateFormatter, TenDigitFieldsWrapToThirtyTwoBitsWithoutOverflow)
+{
+    // 9999999999 wraps to 1410065407 as 32-bit arithmetic gives it, on every
+    // platform and without signed overflow (the sanitizer build checks).
+    LUMIndex consumed = -1;
+    double parsed = Parse("yyyyyyyyyy", "9999999999", &consumed);
+    EXPECT_EQ(consumed, 10);
+    LUMGregorianDate date = {1410065407, 0, 0, 0, 0, 0.0};
+    EXPECT_EQ(parsed, LUMGregorianDateGetAbsoluteTime(date, nullptr));
+    parsed = Parse("dddddddddddd", "004294967298"); // wraps to 2, and the day keeps its low 8 bits
+    LUMGregorianDate day = {0, 0, 2, 0, 0, 0.0};
+    EXPECT_EQ(parsed, LUMGregorianDateGetAbsoluteTime(day, nullptr));
+}

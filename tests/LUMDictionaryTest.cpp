@@ -63,9 +63,9 @@ TEST(LUMDictionary, EleventhKeyDoublesTheSlots)
 {
     LUMMutableDictionaryRef d = NewObjectDictionary();
     EXPECT_EQ(SlotCount(d), 10);
-    char names[11][4];
+    // Constant strings keep their text's pointer: only literals go to LUMSTR.
+    const char *names[] = {"k0", "k1", "k2", "k3", "k4", "k5", "k6", "k7", "k8", "k9", "k10"};
     for (int i = 0; i < 10; i++) {
-        snprintf(names[i], sizeof(names[i]), "k%d", i);
         LUMDictionarySetValue(d, LUMSTR(names[i]), kLUMNull);
     }
     EXPECT_EQ(SlotCount(d), 10);

@@ -587,3 +587,113 @@ TEST(LUMPropertyListBench, LargeCorpusDocumentsRoundTrip)
     LUMRelease(again);
     LUMRelease(plist);
 }
+
+namespace {
+
+/* A read stream that hands out its text one byte per read. */
+struct ByteByByte {
+    std::string text;
+    size_t position = 0;
+};
+Boolean byteByByteHasBytes(LUMReadStreamRef, void *info)
+{
+    auto *source = static_cast<ByteByByte *>(info);
+    return source->position < source->text.size();
+}
+LUMIndex byteByByteRead(LUMReadStreamRef, UInt8 *buffer, LUMIndex length, void *info)
+{
+    auto *source = static_cast<ByteByByte *>(info);
+    if (length < 1 || source->position >= source->text.size()) return 0;
+    buffer[0] = static_cast<UInt8>(source->text[source->position++]);
+    return 1;
+}
+
+LUMPropertyListRef ReadByteByByte(const std::string &json)
+{
+    ByteByByte source{json};
+    LUMReadStreamContext context = {};
+    context.info = &source;
+    context.hasBytesAvailable = byteByByteHasBytes;
+    context.read = byteByByteRead;
+    LUMReadStreamRef stream = _LUMReadStreamCreateWithContext(nullptr, &context);
+    LUMPropertyListRef plist = LUMPropertyListCreateWithStream(nullptr, stream, 0, 0, nullptr, nullptr);
+    LUMRelease(stream);
+    return plist;
+}
+
+void copyEntry(const void *key, const void *value, void *context)
+{
+    LUMDictionarySetValue(static_cast<LUMMutableDictionaryRef>(context), key, value);
+}
+
+/* The dictionary's keyed entries alone, written: what the writer must give. */
+std::string WriteKeyedEntries(LUMDictionaryRef dictionary)
+{
+    LUMMutableDictionaryRef keyed =
+        LUMDictionaryCreateMutable(nullptr, 0, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
+    LUMDictionaryApplyFunction(dictionary, copyEntry, keyed);
+    std::string text = Write(keyed);
+    LUMRelease(keyed);
+    return text;
+}
+
+} // namespace
+
+TEST(LUMPropertyListHostile, ACountedNullKeyNeverReachesTheWriter)
+{
+    // A failing ']' inside an object completes the value and clears the
+    // pending key; the next chunk completes a second value without a key,
+    // which the dictionary counts without a key in its slot.
+    std::string padded = "{\"\":";
+    padded += std::string(1022 - padded.size(), ' ');
+    padded += "0].}";
+    ASSERT_EQ(padded.size(), 1026u);
+    for (LUMPropertyListRef plist : {Read(padded), ReadByteByByte("{\"\":0].}")}) {
+        ASSERT_NE(plist, nullptr);
+        ASSERT_EQ(LUMGetTypeID(plist), LUMDictionaryGetTypeID());
+        auto dictionary = static_cast<LUMDictionaryRef>(plist);
+        EXPECT_EQ(LUMDictionaryGetCount(dictionary), 2);
+        std::string expected = WriteKeyedEntries(dictionary);
+        EXPECT_EQ(Write(plist), expected);
+        EXPECT_EQ(expected, "{\"\":0.000000}");
+        LUMStringRef description = LUMCopyDescription(plist);
+        EXPECT_NE(Text(description).find("values={\"\":0.000000}>"), std::string::npos) << Text(description);
+        LUMRelease(description);
+        LUMRelease(plist);
+    }
+}
+
+TEST(LUMPropertyListHostile, DeepTreesCompareEqualWithoutDeepRecursion)
+{
+    for (int depth : {200000, 1000000}) {
+        std::string arrays = std::string(depth, '[') + std::string(depth, ']');
+        std::string objects;
+        for (int i = 0; i < depth; i++) objects += (i % 2) ? "{\"a\":" : "[";
+        objects += "1";
+        for (int i = depth - 1; i >= 0; i--) objects += (i % 2) ? "}" : "]";
+        for (const std::string *json : {&arrays, &objects}) {
+            LUMPropertyListRef a = Read(*json), b = Read(*json);
+            ASSERT_NE(a, nullptr);
+            EXPECT_TRUE(LUMEqual(a, b));
+            LUMRelease(b);
+            // The same shape with a different leaf is unequal.
+            std::string other = *json;
+            size_t leaf = other.find('1');
+            if (leaf != std::string::npos) {
+                other[leaf] = '2';
+                b = Read(other);
+                EXPECT_FALSE(LUMEqual(a, b));
+                LUMRelease(b);
+            }
+            LUMRelease(a);
+        }
+    }
+}
+
+TEST(LUMPropertyListReader, IntegersSaturateToThirtyTwoBitsOnEveryPlatform)
+{
+    LUMPropertyListRef plist = Read("[2147483648 ,-2147483649 ,99999999999999999999 ,2147483647 ]");
+    ASSERT_NE(plist, nullptr);
+    EXPECT_EQ(Write(plist), "[2147483647,-2147483648,2147483647,2147483647]");
+    LUMRelease(plist);
+}

@@ -224,23 +224,25 @@ TEST(LUMRunLoop, RepeatingTimerInThePastFiresOnceAndKeepsItsPhase)
 
 TEST(LUMRunLoop, OneShotTimerIsInvalidatedAndLeavesEveryMode)
 {
-    TimerLog log("once");
-    LUMRunLoopTimerRef timer = NewTimer(&log, 0.02, 0.0);
-    LUMStringRef other = LUMSTR("other mode");
-    LUMRunLoopAddTimer(RL(), timer, kLUMRunLoopDefaultMode);
-    LUMRunLoopAddTimer(RL(), timer, other);
-    EXPECT_EQ(LUMGetRetainCount(timer), 3);
-    EXPECT_EQ(LUMRunLoopRunInMode(kLUMRunLoopDefaultMode, 2.0, false), kLUMRunLoopRunResultTimedOut);
-    EXPECT_EQ(log.fires, 1);
-    EXPECT_FALSE(LUMRunLoopTimerIsValid(timer));
-    EXPECT_FALSE(LUMRunLoopContainsTimer(RL(), timer, kLUMRunLoopDefaultMode));
-    EXPECT_FALSE(LUMRunLoopContainsTimer(RL(), timer, other));
-    EXPECT_EQ(LUMGetRetainCount(timer), 1);
-    EXPECT_FALSE(LUMRunLoopTimerDoesRepeat(timer));
-    LUMRelease(timer);
-    LUMRunLoopTimerRef negative = NewTimer(&log, 1.0, -2.0);
-    EXPECT_FALSE(LUMRunLoopTimerDoesRepeat(negative));
-    LUMRelease(negative);
+    EXPECT_TRUE(PassesInChild([] { // the second mode stays made
+        TimerLog log("once");
+        LUMRunLoopTimerRef timer = NewTimer(&log, 0.02, 0.0);
+        LUMStringRef other = LUMSTR("other mode");
+        LUMRunLoopAddTimer(RL(), timer, kLUMRunLoopDefaultMode);
+        LUMRunLoopAddTimer(RL(), timer, other);
+        EXPECT_EQ(LUMGetRetainCount(timer), 3);
+        EXPECT_EQ(LUMRunLoopRunInMode(kLUMRunLoopDefaultMode, 2.0, false), kLUMRunLoopRunResultTimedOut);
+        EXPECT_EQ(log.fires, 1);
+        EXPECT_FALSE(LUMRunLoopTimerIsValid(timer));
+        EXPECT_FALSE(LUMRunLoopContainsTimer(RL(), timer, kLUMRunLoopDefaultMode));
+        EXPECT_FALSE(LUMRunLoopContainsTimer(RL(), timer, other));
+        EXPECT_EQ(LUMGetRetainCount(timer), 1);
+        EXPECT_FALSE(LUMRunLoopTimerDoesRepeat(timer));
+        LUMRelease(timer);
+        LUMRunLoopTimerRef negative = NewTimer(&log, 1.0, -2.0);
+        EXPECT_FALSE(LUMRunLoopTimerDoesRepeat(negative));
+        LUMRelease(negative);
+    }));
 }
 
 TEST(LUMRunLoop, RunKeepsGoingUntilNothingIsValidOrStopped)
@@ -276,24 +278,31 @@ TEST(LUMRunLoop, StopTakesEffectAtTheEndOfThePass)
 
 TEST(LUMRunLoop, CommonModesRunInTheDefaultModeWithoutBeingCopied)
 {
-    Recorder r("r");
-    LUMRunLoopSourceRef s = NewSource(&r, 0);
-    LUMRunLoopAddSource(RL(), s, kLUMRunLoopCommonModes);
-    EXPECT_TRUE(LUMRunLoopContainsSource(RL(), s, kLUMRunLoopDefaultMode));
-    LUMRunLoopRemoveSource(RL(), s, kLUMRunLoopDefaultMode);
-    EXPECT_TRUE(LUMRunLoopContainsSource(RL(), s, kLUMRunLoopCommonModes));
-    LUMRunLoopSourceSignal(s);
-    EXPECT_EQ(LUMRunLoopRunInMode(kLUMRunLoopDefaultMode, 0.0, true), kLUMRunLoopRunResultHandledObject);
-    EXPECT_EQ(r.performs, 1);
-    LUMStringRef custom = LUMSTR("custom");
-    EXPECT_FALSE(LUMRunLoopContainsSource(RL(), s, custom));
-    LUMRunLoopAddCommonMode(RL(), custom);
-    EXPECT_TRUE(LUMRunLoopContainsSource(RL(), s, custom));
-    EXPECT_TRUE(LUMRunLoopContainsSource(RL(), s, __kLUMRunLoopAllModes));
-    LUMRunLoopRemoveSource(RL(), s, __kLUMRunLoopAllModes);
-    EXPECT_FALSE(LUMRunLoopContainsSource(RL(), s, __kLUMRunLoopAllModes));
-    EXPECT_EQ(r.cancels, 1);
-    LUMRelease(s);
+    // A common mode, once added, stays for the life of the process: the
+    // body runs in a child so that the other tests keep a fresh loop when the
+    // suite runs as one process.
+    ChildResult result = RunInChild([] {
+        Recorder r("r");
+        LUMRunLoopSourceRef s = NewSource(&r, 0);
+        LUMRunLoopAddSource(RL(), s, kLUMRunLoopCommonModes);
+        printf("%d", LUMRunLoopContainsSource(RL(), s, kLUMRunLoopDefaultMode));
+        LUMRunLoopRemoveSource(RL(), s, kLUMRunLoopDefaultMode);
+        printf("%d", LUMRunLoopContainsSource(RL(), s, kLUMRunLoopCommonModes));
+        LUMRunLoopSourceSignal(s);
+        printf(" %d", LUMRunLoopRunInMode(kLUMRunLoopDefaultMode, 0.0, true));
+        printf(" %d ", r.performs);
+        LUMStringRef custom = LUMSTR("custom");
+        printf("%d", LUMRunLoopContainsSource(RL(), s, custom));
+        LUMRunLoopAddCommonMode(RL(), custom);
+        printf("%d", LUMRunLoopContainsSource(RL(), s, custom));
+        printf("%d", LUMRunLoopContainsSource(RL(), s, __kLUMRunLoopAllModes));
+        LUMRunLoopRemoveSource(RL(), s, __kLUMRunLoopAllModes);
+        printf("%d", LUMRunLoopContainsSource(RL(), s, __kLUMRunLoopAllModes));
+        printf(" %d", r.cancels);
+        LUMRelease(s);
+    });
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.out, "11 4 1 0110 1");
 }
 
 TEST(LUMRunLoop, AllModesWildcardAddsToEveryExistingMode)
@@ -659,17 +668,19 @@ TEST(LUMRunLoopTimer, RepeatingTimerThatDropsItsLastReferenceIsFreedAfterItsCall
 {
     // Under the sanitizers this also shows that nothing reads the timer
     // after it is freed.
-    LUMRunLoopTimerContext context = {0, nullptr, nullptr, timerInfoRelease, nullptr};
-    LUMRunLoopTimerRef timer =
-        LUMRunLoopTimerCreate(nullptr, LUMAbsoluteTimeGetCurrent() - 1.0, 5.0, 0, 0, timerDroppingItself, &context);
-    LUMRunLoopAddTimer(RL(), timer, kLUMRunLoopDefaultMode);
-    LUMRunLoopAddTimer(RL(), timer, LUMSTR("other"));
-    LUMRelease(timer); // only the modes hold it now
-    gTimerCalls = gTimerInfoReleases = gTimerCallsBeforeRelease = 0;
-    LUMRunLoopRunInMode(kLUMRunLoopDefaultMode, 0.0, true);
-    EXPECT_EQ(gTimerCalls, 1);
-    EXPECT_EQ(gTimerInfoReleases, 1);
-    EXPECT_EQ(gTimerCallsBeforeRelease, 1);
+    EXPECT_TRUE(PassesInChild([] { // the second mode stays made
+        LUMRunLoopTimerContext context = {0, nullptr, nullptr, timerInfoRelease, nullptr};
+        LUMRunLoopTimerRef timer =
+            LUMRunLoopTimerCreate(nullptr, LUMAbsoluteTimeGetCurrent() - 1.0, 5.0, 0, 0, timerDroppingItself, &context);
+        LUMRunLoopAddTimer(RL(), timer, kLUMRunLoopDefaultMode);
+        LUMRunLoopAddTimer(RL(), timer, LUMSTR("other"));
+        LUMRelease(timer); // only the modes hold it now
+        gTimerCalls = gTimerInfoReleases = gTimerCallsBeforeRelease = 0;
+        LUMRunLoopRunInMode(kLUMRunLoopDefaultMode, 0.0, true);
+        EXPECT_EQ(gTimerCalls, 1);
+        EXPECT_EQ(gTimerInfoReleases, 1);
+        EXPECT_EQ(gTimerCallsBeforeRelease, 1);
+    }));
 }
 
 TEST(LUMRunLoopSource, SourceThatDropsItsLastReferenceInItsPerformIsFreedAfterIt)

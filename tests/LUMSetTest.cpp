@@ -130,9 +130,10 @@ TEST(LUMSet, AddAssertsMutability)
 TEST(LUMSet, CopiesAndEquality)
 {
     LUMMutableSetRef set = LUMSetCreateMutable(nullptr, 0, &kLUMTypeSetCallBacks);
-    char names[20][4];
+    // Constant strings keep their text's pointer: only literals go to LUMSTR.
+    const char *names[] = {"s0", "s1", "s2", "s3", "s4", "s5", "s6", "s7", "s8", "s9",
+                           "s10", "s11", "s12", "s13", "s14", "s15", "s16", "s17", "s18", "s19"};
     for (int i = 0; i < 20; i++) {
-        snprintf(names[i], sizeof(names[i]), "s%d", i);
         LUMSetAddValue(set, LUMSTR(names[i]));
     }
     LUMSetRef copy = LUMSetCreateCopy(nullptr, set);

@@ -230,3 +230,34 @@ TEST(LUMStringEdit, ReplaceAllCopiesTheReplacement)
     LUMRelease(replacement);
     LUMRelease(str);
 }
+
+TEST(LUMStringEdit, SplittingOnAnEmptySeparatorAsserts)
+{
+    EXPECT_TRUE(DiesWithAssertion([] { LUMStringCreateArrayBySeparatingStrings(LUMSTR("abc"), LUMSTR("")); },
+                                  "LUMStringGetLength(separator) > 0", "LUMStringCreateArrayBySeparatingStrings", "src/LUMString"));
+    // An empty text has nothing to split: one empty piece, as before.
+    LUMArrayRef pieces = LUMStringCreateArrayBySeparatingStrings(LUMSTR(""), LUMSTR(""));
+    ASSERT_EQ(LUMArrayGetCount(pieces), 1);
+    EXPECT_EQ(Text(static_cast<LUMStringRef>(LUMArrayGetValueAtIndex(pieces, 0))), "");
+    LUMRelease(pieces);
+}
+
+TEST(LUMStringEdit, SplittingATextShorterThanTheSeparatorEndsTheSameWayEveryTime)
+{
+    // The search "finds" a separator longer than the text without reporting
+    // where; read as not found, the first piece's length is negative.
+    for (int run = 0; run < 3; run++) {
+        EXPECT_TRUE(DiesWithAssertion([] { LUMStringCreateArrayBySeparatingStrings(LUMSTR("a"), LUMSTR("abc")); },
+                                      "range.length >= 0", "LUMStringCreateWithSubstring", "src/LUMString"));
+    }
+}
+
+TEST(LUMStringEdit, IntegerValuesSaturateToThirtyTwoBitsOnEveryPlatform)
+{
+    EXPECT_EQ(LUMStringGetIntValue(LUMSTR("2147483648")), INT32_MAX);
+    EXPECT_EQ(LUMStringGetIntValue(LUMSTR("-2147483649")), INT32_MIN);
+    EXPECT_EQ(LUMStringGetIntValue(LUMSTR("99999999999999999999999")), INT32_MAX);
+    EXPECT_EQ(LUMStringGetIntValue(LUMSTR("-99999999999999999999999")), INT32_MIN);
+    EXPECT_EQ(LUMStringGetIntValue(LUMSTR("2147483647")), INT32_MAX);
+    EXPECT_EQ(LUMStringGetIntValue(LUMSTR("-2147483648")), INT32_MIN);
+}

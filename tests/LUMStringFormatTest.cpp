@@ -3,6 +3,10 @@
  * Part of LumBase; MIT licence. */
 #include "support/LUMTestSupport.h"
 
+#include <cstdint>
+#include <cstdlib>
+#include <sys/resource.h>
+
 using namespace lumtest;
 
 TEST(LUMStringFormat, PercentPercentIsOnePercentSign) { EXPECT_EQ(Format("%d%%", 5), "5%"); }
@@ -234,4 +238,46 @@ TEST(LUMStringFormat, LiteralPercentNumbersItsStarArguments)
     EXPECT_EQ(Format("%.*%|%d", 7, 42), "%|42");
     EXPECT_EQ(Format("%*.*%|%d", 7, 3, 42), "%|42");
     EXPECT_EQ(Format("%d|%*%|%d", 1, 7, 42), "1|%|42");
+}
+
+TEST(LUMStringFormat, ConversionsTooLargeToRenderGiveNothing)
+{
+    // width + precision + 128 beyond what snprintf can report: the
+    // conversion renders nothing, the rest of the format still does.
+    EXPECT_EQ(Format("<%*d>", INT32_MAX, 5), "<>");
+    EXPECT_EQ(Format("<%2147483647d>", 5), "<>");
+    EXPECT_EQ(Format("<%.2147483647d>", 5), "<>");
+    EXPECT_EQ(Format("<%2147483647f>", 1.5), "<>");
+    EXPECT_EQ(Format("<%99999999999d|%d>", 5, 6), "<|6>"); // digits saturate while read
+    EXPECT_EQ(Format("<%*.*d>", INT32_MAX, INT32_MAX, 5), "<>");
+    // Widths the C library can render stay as they were.
+    EXPECT_EQ(Format("<%*d>", 6, 5), "<     5>");
+}
+
+TEST(LUMStringFormat, AnArgumentPositionNoCallCanPassRendersNothing)
+{
+    EXPECT_EQ(Format("a%2147483647$d", 5), "");
+    EXPECT_EQ(Format("a%2147483647$*d", 5), "");
+}
+
+TEST(LUMStringFormat, AScratchBufferThatCannotBeHadRendersNothing)
+{
+#ifdef LUM_TEST_SANITIZED
+    GTEST_SKIP() << "the sanitizers reserve more address space than the limit allows";
+#endif
+    ChildResult result = RunInChild([] {
+        // Under an address-space limit the 700 MB scratch buffer cannot be had.
+        struct rlimit limit = {512u << 20, 512u << 20};
+        setrlimit(RLIMIT_AS, &limit);
+        void *probe = malloc(700000128);
+        if (probe != nullptr) { // the limit is not enforced here (an emulator may ignore it)
+            free(probe);
+            printf("[no limit]");
+            return;
+        }
+        printf("[%s]", Format("<%700000000d>", 5).c_str());
+    });
+    EXPECT_EQ(result.exitStatus, 0);
+    if (result.out == "[no limit]") GTEST_SKIP() << "address-space limits are not enforced here";
+    EXPECT_EQ(result.out, "[<>]");
 }

@@ -87,7 +87,7 @@ TEST(LUMString, GetCStringKeepsOneByteInReserve)
 TEST(LUMString, ConstantStringsAreSharedAndConstant)
 {
     LUMStringRef first = LUMSTR("x");
-    char text[] = "x";
+    const char *text = "yx" + 1; // the same text at another address (a literal still: it lives as long)
     EXPECT_EQ(LUMSTR(text), first); // by content, not by pointer
     EXPECT_EQ(LUMGetRetainCount(first), 1);
     LUMRetain(first);
@@ -338,4 +338,36 @@ TEST(LUMString, UnexpectedBufferTypeIsFatal)
     EXPECT_TRUE(DiesWithFatal([] { LUMHash(&broken); }, "Unexpected string buffer type", "__LUMStringHash", "src/LUMString"));
     EXPECT_TRUE(DiesWithFatal([] { LUMStringCreateCopy(nullptr, &broken); }, "Unexpected string buffer type",
                               "LUMStringCreateCopy", "src/LUMString"));
+}
+
+TEST(LUMString, ZeroSizedBuffersAreNeverWritten)
+{
+    char buffer[4] = {'x', 'x', 'x', 'x'};
+    LUMStringRef empty = LUMSTR("");
+    EXPECT_FALSE(LUMStringGetCString(empty, buffer, 0, kLUMStringEncodingUTF8));
+    EXPECT_EQ(buffer[0], 'x');
+    EXPECT_FALSE(LUMStringGetCString(empty, nullptr, 0, kLUMStringEncodingUTF8)); // measuring first
+    EXPECT_FALSE(LUMStringGetCString(LUMSTR("abc"), nullptr, 0, kLUMStringEncodingUTF8));
+    EXPECT_FALSE(LUMStringGetFileSystemRepresentation(empty, nullptr, 0));
+    EXPECT_TRUE(LUMStringGetCString(empty, buffer, 1, kLUMStringEncodingUTF8));
+    EXPECT_EQ(buffer[0], '\0');
+}
+
+TEST(LUMString, APathHoldingUPlus0000HasNoFileSystemForm)
+{
+    const UniChar units[] = {'/', 't', 'm', 'p', '/', 's', 0, 'x'};
+    LUMStringRef path = LUMStringCreateWithCharacters(nullptr, units, 8);
+    char buffer[64];
+    memset(buffer, 'x', sizeof(buffer));
+    EXPECT_FALSE(LUMStringGetFileSystemRepresentation(path, buffer, sizeof(buffer)));
+    EXPECT_STREQ(buffer, "");
+    // The C string form still cuts as it always did.
+    EXPECT_TRUE(LUMStringGetCString(path, buffer, sizeof(buffer), kLUMStringEncodingUTF8));
+    EXPECT_STREQ(buffer, "/tmp/s");
+    LUMRelease(path);
+    // An invalid byte decodes to U+0000 too.
+    const UInt8 bytes[] = {'/', 'a', 0x80, 'b'};
+    path = LUMStringCreateWithBytes(nullptr, bytes, 4, kLUMStringEncodingUTF8);
+    EXPECT_FALSE(LUMStringGetFileSystemRepresentation(path, buffer, sizeof(buffer)));
+    LUMRelease(path);
 }

@@ -314,3 +314,48 @@ TEST(LUMURL, PropertyOfAPathWithoutFileSystemFormIsNullAndItsNumberStays)
     EXPECT_EQ(live, 1);
     LUMRelease(url);
 }
+
+TEST(LUMURL, ZeroSizedBufferIsNeverWritten)
+{
+    for (const char *path : {"", "/tmp/file"}) {
+        LUMURLRef url = Path(path, false, nullptr);
+        UInt8 buffer[4] = {'x', 'x', 'x', 'x'};
+        EXPECT_FALSE(LUMURLGetFileSystemRepresentation(url, false, buffer, 0));
+        EXPECT_EQ(buffer[0], 'x');
+        EXPECT_FALSE(LUMURLGetFileSystemRepresentation(url, false, nullptr, 0));
+        EXPECT_FALSE(LUMURLGetFileSystemRepresentation(url, true, nullptr, 0));
+        LUMRelease(url);
+    }
+}
+
+TEST(LUMURL, APathHoldingUPlus0000OpensNothing)
+{
+    TempDir dir;
+    std::string secret = dir.path() + "/secret";
+    LUMStringRef secretPath = Str(secret);
+    LUMURLRef secretURL = LUMURLCreateWithFileSystemPath(nullptr, secretPath, kLUMURLPOSIXPathStyle, false);
+    LUMDataRef original = LUMDataCreate(nullptr, reinterpret_cast<const UInt8 *>("keep"), 4);
+    ASSERT_TRUE(LUMURLWriteDataAndPropertiesToResource(secretURL, original, nullptr, nullptr));
+    // ".../secret" U+0000 ".txt" must not name ".../secret".
+    std::vector<UniChar> units(secret.begin(), secret.end());
+    for (UniChar unit : {static_cast<UniChar>(0), static_cast<UniChar>('.'), static_cast<UniChar>('t'), static_cast<UniChar>('x'),
+                         static_cast<UniChar>('t')})
+        units.push_back(unit);
+    LUMStringRef trick = LUMStringCreateWithCharacters(nullptr, units.data(), static_cast<LUMIndex>(units.size()));
+    LUMURLRef trickURL = LUMURLCreateWithFileSystemPath(nullptr, trick, kLUMURLPOSIXPathStyle, false);
+    LUMDataRef read = nullptr;
+    EXPECT_FALSE(LUMURLCreateDataAndPropertiesFromResource(nullptr, trickURL, &read, nullptr, nullptr, nullptr));
+    EXPECT_EQ(read, nullptr);
+    LUMDataRef overwrite = LUMDataCreate(nullptr, reinterpret_cast<const UInt8 *>("gone"), 4);
+    EXPECT_FALSE(LUMURLWriteDataAndPropertiesToResource(trickURL, overwrite, nullptr, nullptr));
+    LUMURLCreateDataAndPropertiesFromResource(nullptr, secretURL, &read, nullptr, nullptr, nullptr);
+    ASSERT_NE(read, nullptr);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(LUMDataGetBytePtr(read)), LUMDataGetLength(read)), "keep");
+    LUMRelease(read);
+    LUMRelease(overwrite);
+    LUMRelease(trickURL);
+    LUMRelease(trick);
+    LUMRelease(original);
+    LUMRelease(secretURL);
+    LUMRelease(secretPath);
+}

@@ -39,8 +39,11 @@ LUM_EXPORT LUMTypeID LUMStringGetTypeID(void);
 /* ---- Constant strings -------------------------------------------------- */
 
 /* The process-lifetime string for cStr, one per distinct text. Retain and
- * release do nothing to it. cStr must outlive its use (pass a literal): the
- * string keeps the caller's bytes. */
+ * release do nothing to it. Pass only string literals: the string keeps the
+ * caller's pointer for the life of the process and is found again by its
+ * text, so a buffer that is later reused or freed (a stack array, a
+ * std::string) changes or breaks every later LUMSTR of that text. For text
+ * made at run time use LUMStringCreateWithCString and release it. */
 LUM_EXPORT LUMStringRef LUMSTR(const char *cStr);
 
 /* ---- Creation: every function returns a new string the caller releases --- */
@@ -85,8 +88,12 @@ LUM_EXPORT const char *LUMStringGetCStringPtr(LUMStringRef str, LUMStringEncodin
 LUM_EXPORT void LUMStringGetCharacters(LUMStringRef str, LUMRange range, UniChar *buffer);
 /* Writes the text as UTF-8 with a NUL. A character is written only when it
  * leaves two bytes free, so at most bufferSize - 2 bytes of text fit. A text
- * that does not fit is cut at a character boundary and the result is false. */
+ * that does not fit is cut at a character boundary and the result is false.
+ * A bufferSize below 1 writes nothing and gives false (buffer may then be
+ * NULL). */
 LUM_EXPORT Boolean LUMStringGetCString(LUMStringRef str, char *buffer, LUMIndex bufferSize, LUMStringEncoding encoding);
+/* LUMStringGetCString as UTF-8; false, with an empty path in the buffer
+ * (when it has a byte), for a text holding U+0000, which no path can hold. */
 LUM_EXPORT Boolean LUMStringGetFileSystemRepresentation(LUMStringRef str, char *buffer, LUMIndex maxBufLen);
 /* length * 3: enough UTF-8 bytes for length units. */
 LUM_EXPORT LUMIndex LUMStringGetMaximumSizeForEncoding(LUMIndex length, LUMStringEncoding encoding);
@@ -140,9 +147,12 @@ LUM_EXPORT Boolean LUMStringFindWithOptions(LUMStringRef str, LUMStringRef strin
 /* A new array of new strings, the pieces between separators. Only the first
  * separator is handled correctly: a text with two or more ends in the
  * substring assertion (the reported search location is relative to the rest
- * of the text, but is used as an absolute index). */
+ * of the text, but is used as an absolute index), and so does a text shorter
+ * than the separator. An empty separator is an assertion failure for any
+ * non-empty text (splitting on it could not end). */
 LUM_EXPORT LUMArrayRef LUMStringCreateArrayBySeparatingStrings(LUMStringRef str, LUMStringRef separator);
-/* strtol in base 10 over the text (first 127 bytes of a unit-form string). */
+/* strtol in base 10 over the text (first 127 bytes of a unit-form string),
+ * saturated to the 32-bit range on every platform. */
 LUM_EXPORT int32_t LUMStringGetIntValue(LUMStringRef str);
 /* strtod over the text (first 127 bytes of a unit-form string). */
 LUM_EXPORT double LUMStringGetDoubleValue(LUMStringRef str);

@@ -37,7 +37,8 @@ LUM_EXPORT LUMStringRef LUMURLCopyFileSystemPath(LUMURLRef url, LUMURLPathStyle 
  * is not given back: a small leak per call, kept as it is.) */
 LUM_EXPORT LUMURLRef LUMURLCopyAbsoluteURL(LUMURLRef url);
 /* The path (resolved against the base when asked) as UTF-8 with a NUL;
- * false when the buffer is too small. */
+ * false when the buffer is too small (a maxBufLen below 1 writes nothing) or
+ * the path holds U+0000. */
 LUM_EXPORT Boolean LUMURLGetFileSystemRepresentation(LUMURLRef url, Boolean resolveAgainstBase, UInt8 *buffer, LUMIndex maxBufLen);
 
 /* Escapes every UTF-8 byte outside A-Z a-z 0-9 _ - ~ . as %XX (upper-case

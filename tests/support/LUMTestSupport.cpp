@@ -71,6 +71,17 @@ ChildResult RunInChild(const std::function<void()> &body)
     return result;
 }
 
+::testing::AssertionResult PassesInChild(const std::function<void()> &body)
+{
+    ChildResult result = RunInChild([&body] {
+        body();
+        fflush(stdout);
+        _exit(::testing::Test::HasFailure() ? 3 : 0);
+    });
+    if (result.exitStatus == 0) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "child exit " << result.exitStatus << "\n" << result.out << result.err;
+}
+
 std::string AssertionFrame(const std::string &condition, const std::string &function, const std::string &file, int line)
 {
     return frame("                      ASSERTION FAILED - GURU MEDITATION", "Condition: " + condition + "\n", function,

@@ -26,6 +26,12 @@ struct ChildResult {
  * child exits with status 0 when body returns. */
 ChildResult RunInChild(const std::function<void()> &body);
 
+/* Runs a test body in a forked child, for tests that leave lasting changes
+ * in process-wide state (a run-loop mode, once made, stays): the suite can
+ * then also run as one process. Failures inside are reported with the
+ * child's output. */
+::testing::AssertionResult PassesInChild(const std::function<void()> &body);
+
 /* The frame an assertion prints before its backtrace lines. */
 std::string AssertionFrame(const std::string &condition, const std::string &function, const std::string &file, int line);
 /* The frame a fatal error prints before its backtrace lines. */
