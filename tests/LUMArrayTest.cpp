@@ -410,3 +410,24 @@ TEST(LUMArray, NestedEqualityCallsCustomCallbacksAsRecursionWould)
     LUMRelease(b);
     LUMRelease(c);
 }
+
+TEST(LUMArray, GrowthThatCannotBeHadLeavesTheArrayAsItWas)
+{
+    // Blocks below twenty slots are allowed (the array object fits too);
+    // the doubling from ten to twenty is refused, and the eleventh value is
+    // neither stored nor retained.
+    LUMAllocatorRef limited = LimitedAllocator(static_cast<UInt32>(20 * sizeof(void *) - 1));
+    LUMMutableArrayRef array = LUMArrayCreateMutable(limited, 0, &kLUMTypeArrayCallBacks);
+    ASSERT_NE(array, nullptr);
+    LUMStringRef value = LUMStringCreateWithCString(nullptr, "v", kLUMStringEncodingUTF8);
+    for (int i = 0; i < 11; i++) LUMArrayAppendValue(array, value);
+    EXPECT_EQ(LUMArrayGetCount(array), 10);
+    EXPECT_EQ(LUMGetRetainCount(value), 11);
+    // A block that cannot be made gives no array at all.
+    const void *values[20] = {};
+    EXPECT_EQ(LUMArrayCreate(limited, values, 20, nullptr), nullptr);
+    LUMRelease(array);
+    EXPECT_EQ(LUMGetRetainCount(value), 1);
+    LUMRelease(value);
+    LUMRelease(limited);
+}

@@ -152,23 +152,6 @@ TEST(LUMData, DescriptionShowsLengthCapacityAndBytes)
     LUMRelease(data);
 }
 
-namespace {
-
-/* The C heap, refusing any block above a size. */
-UInt32 gLargestBlock = 0;
-void *limitedAllocate(UInt32 size, LUMOptionFlags, void *) { return size > gLargestBlock ? nullptr : malloc(size); }
-void *limitedReallocate(void *ptr, UInt32 size, LUMOptionFlags, void *) { return size > gLargestBlock ? nullptr : realloc(ptr, size); }
-void limitedDeallocate(void *ptr, void *) { free(ptr); }
-
-LUMAllocatorRef LimitedAllocator(UInt32 largestBlock)
-{
-    gLargestBlock = largestBlock;
-    LUMAllocatorContext context = {0, nullptr, nullptr, nullptr, nullptr, limitedAllocate, limitedReallocate, limitedDeallocate, nullptr};
-    return LUMAllocatorCreate(kLUMAllocatorSystemDefault, &context);
-}
-
-} // namespace
-
 TEST(LUMData, GrowthThatCannotBeHadLeavesTheDataAsItWas)
 {
     LUMAllocatorRef limited = LimitedAllocator(64);

@@ -212,6 +212,20 @@ void countingRelease(const void *info)
 }
 } // namespace
 
+namespace {
+UInt32 gLargestBlock = 0;
+void *limitedAllocate(UInt32 size, LUMOptionFlags, void *) { return size > gLargestBlock ? nullptr : malloc(size); }
+void *limitedReallocate(void *ptr, UInt32 size, LUMOptionFlags, void *) { return size > gLargestBlock ? nullptr : realloc(ptr, size); }
+void limitedDeallocate(void *ptr, void *) { free(ptr); }
+} // namespace
+
+LUMAllocatorRef LimitedAllocator(UInt32 largestBlock)
+{
+    gLargestBlock = largestBlock;
+    LUMAllocatorContext context = {0, nullptr, nullptr, nullptr, nullptr, limitedAllocate, limitedReallocate, limitedDeallocate, nullptr};
+    return LUMAllocatorCreate(kLUMAllocatorSystemDefault, &context);
+}
+
 CountingAllocator::CountingAllocator()
 {
     LUMAllocatorContext context = {0, this, countingRetain, countingRelease, nullptr,

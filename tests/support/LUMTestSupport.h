@@ -83,6 +83,10 @@ struct CountingAllocator {
     ~CountingAllocator();
 };
 
+/* A new allocator over the C heap that refuses every block above
+ * largestBlock bytes (one at a time: the limit is process-wide). */
+LUMAllocatorRef LimitedAllocator(UInt32 largestBlock);
+
 /* Whether the C library's malloc was asked for this many bytes while the spy
  * was on (see Interpose.cpp). */
 void StartMallocSpy();
