@@ -237,13 +237,90 @@ def time_year(t):
 
 
 # ---- Output -------------------------------------------------------------------
+#
+# The layout (read by src/LUMTimeZone.cpp, which states it again):
+# - names: one pool of NUL-terminated names in table order; an entry keeps
+#   the offset of its name;
+# - offsets: one pool of distinct offset records (standard, daylight,
+#   abbreviation offset into a pool of NUL-terminated abbreviations); each
+#   zone keeps a list of indices into it, in the order its transitions name;
+# - transitions: the first time of a zone as a 64-bit count of seconds since
+#   2001-01-01 (LUMAbsoluteTime), then one unsigned LEB128 number per later
+#   transition for its distance from the one before: hours * 2 when the
+#   distance is a whole number of hours, else seconds * 2 + 1. Distance
+#   streams and index streams (a 4-bit local offset index per transition,
+#   two to a byte, low half first) are shared by every zone they fit;
+# - zones with the same records share one zone record.
+# Nothing in it is a pointer, so the table needs no relocation.
 
-def ident(name):
-    return re.sub(r"[/-]", "_", name)
+def leb128(value):
+    out = []
+    while True:
+        byte = value & 0x7F
+        value >>= 7
+        if value:
+            out.append(byte | 0x80)
+        else:
+            out.append(byte)
+            return out
 
 
-def c_double(value):
-    return "%.1f" % value
+def encode_distances(times):
+    out = []
+    for before, after in zip(times, times[1:]):
+        distance = after - before
+        assert distance > 0
+        out += leb128(distance // 3600 * 2 if distance % 3600 == 0 else distance * 2 + 1)
+    return out
+
+
+def decode_distances(data, start, count, first):
+    times, at = [first], start
+    for _ in range(count - 1):
+        value, shift = 0, 0
+        while True:
+            byte = data[at]
+            at += 1
+            value |= (byte & 0x7F) << shift
+            shift += 7
+            if byte < 0x80:
+                break
+        times.append(times[-1] + (value // 2 * 3600 if value % 2 == 0 else value // 2))
+    return times
+
+
+class Pool:
+    """A byte pool that stores each distinct run once and hands out offsets."""
+
+    def __init__(self):
+        self.data = []
+        self.where = {}
+
+    def add(self, run):
+        key = tuple(run)
+        if key not in self.where:
+            self.where[key] = len(self.data)
+            self.data += run
+        return self.where[key]
+
+
+def c_bytes(data, per_line=24):
+    return ["    " + "".join("%d," % b for b in data[i:i + per_line]) for i in range(0, len(data), per_line)]
+
+
+def c_string_pool(texts):
+    """One literal per text, so that no NUL escape can run into a digit."""
+    lines, line = [], ""
+    for text in texts:
+        assert all(32 < ord(c) < 127 and c not in '\\"' for c in text)
+        piece = '"%s\\0"' % text
+        if line and len(line) + len(piece) > 100:
+            lines.append("    " + line)
+            line = ""
+        line += (" " if line else "") + piece
+    if line:
+        lines.append("    " + line)
+    return lines
 
 
 def main():
@@ -253,8 +330,6 @@ def main():
 
     names = [line.strip() for line in open(os.path.join(HERE, "tz", "zone-names.txt")) if line.strip()]
     assert len(names) == 547 and names == sorted(names), "zone-names.txt must hold 547 names in ASCII order"
-    idents = [ident(n) for n in names]
-    assert len(set(idents)) == len(idents), "two names map to one identifier"
 
     release = "unknown"
     zi = os.path.join(args.zoneinfo, "tzdata.zi")
@@ -263,49 +338,109 @@ def main():
         release = m.group(1) if m else release
 
     # Each name resolves to a zone file; names resolving to one file share it.
-    groups = {}
+    records_of = {}
     target_of = {}
     for name in names:
         source = REMOVED_NAMES.get(name, name)
         real = os.path.realpath(os.path.join(args.zoneinfo, source))
-        target = os.path.relpath(real, os.path.realpath(args.zoneinfo))
-        target_of[name] = target
-        if target not in groups:
-            groups[target] = zone_records(real)
+        target_of[name] = real
+        if real not in records_of:
+            records_of[real] = zone_records(real)
+
+    # Zones with the same records share one zone record.
+    abbreviations, abbreviation_at = [], {}
+    offset_records, offset_index = [], {}
+    offset_lists = []
+    distances, indices = Pool(), Pool()
+    zones, zone_of_content = [], {}
+    for name in names:
+        offsets, transitions = records_of[target_of[name]]
+        content = (tuple(offsets), tuple(transitions))
+        if content in zone_of_content:
+            continue
+        local = []
+        for std, dst, abbr in offsets:
+            if abbr not in abbreviation_at:
+                abbreviation_at[abbr] = sum(len(a) + 1 for a in abbreviations)
+                abbreviations.append(abbr)
+            record = (std, dst, abbreviation_at[abbr])
+            if record not in offset_index:
+                offset_index[record] = len(offset_records)
+                offset_records.append(record)
+            local.append(offset_index[record])
+        assert len(local) <= 16
+        list_at = len(offset_lists)
+        offset_lists += local
+        times = [int(at) for _, at in transitions]
+        assert all(at == int(at) for _, at in transitions)
+        nibbles = [index for index, _ in transitions]
+        packed = [nibbles[i] | (nibbles[i + 1] << 4 if i + 1 < len(nibbles) else 0) for i in range(0, len(nibbles), 2)]
+        encoded = encode_distances(times)
+        zone = (times[0] if times else 0, len(transitions), list_at, distances.add(encoded) if encoded else 0,
+                indices.add(packed) if packed else 0)
+        # The encoding must give back every record exactly.
+        assert decode_distances(distances.data, zone[3], len(times), zone[0])[:len(times)] == times or not times
+        zone_of_content[content] = len(zones)
+        zones.append(zone)
+    assert len(distances.data) < 65536 and len(indices.data) < 65536 and len(offset_lists) < 65536
+
+    name_pool_size = sum(len(n) + 1 for n in names)
+    assert name_pool_size < 65536
 
     out = []
     w = out.append
-    w("/* LUMTimeZoneData.inc — the compiled zone table: %d names, %d distinct zones." % (len(names), len(groups)))
+    w("/* LUMTimeZoneData.inc — the compiled zone table: %d names, %d distinct zones." % (len(names), len(zones)))
     w(" * Generated from IANA tz data release %s (Debian tzdata, compiled TZif files)" % release)
     w(" * by: python3 tools/tzgen.py > src/LUMTimeZoneData.inc")
     w(" * Do not edit by hand; regenerate instead. Part of LumBase; MIT licence. */")
     w("")
-    w("// Offsets and transitions, one pair of arrays per distinct zone.")
-    for target in sorted(groups):
-        offsets, transitions = groups[target]
-        w("constexpr __LUMTimeZoneOffset __kLUMTimeZoneOffsets_%s[] = {" % ident(target))
-        for std, dst, abbr in offsets:
-            w('    {%d, %d, "%s"},' % (std, dst, abbr))
-        w("};")
-        if transitions:
-            w("constexpr __LUMTimeZoneTransition __kLUMTimeZoneTransitions_%s[] = {" % ident(target))
-            for index, at in transitions:
-                w("    {%d, %s}," % (index, c_double(at)))
-            w("};")
+    w("// Zone names, NUL-terminated, in table order.")
+    w("constexpr char __kLUMTimeZoneNamePool[] =")
+    out += c_string_pool(names)
+    w(";")
     w("")
-    w("// Zone names as constant string objects.")
-    for name, identifier in zip(names, idents):
-        w('constexpr __LUMString __kLUMTimeZoneName_%s = lum::constantString("%s");' % (identifier, name))
+    w("// Abbreviations, NUL-terminated.")
+    w("constexpr char __kLUMTimeZoneAbbreviationPool[] =")
+    out += c_string_pool(abbreviations)
+    w(";")
     w("")
-    w("// The table, in ASCII order of name. Links share their zone's arrays.")
+    w("// Distinct offset records: standard and daylight seconds, abbreviation.")
+    w("constexpr __LUMTimeZoneOffset __kLUMTimeZoneOffsets[] = {")
+    for std, dst, abbr in offset_records:
+        w("    {%d, %d, %d}," % (std, dst, abbr))
+    w("};")
+    w("")
+    w("// Each zone's offset records, as indices into __kLUMTimeZoneOffsets.")
+    w("constexpr uint16_t __kLUMTimeZoneOffsetLists[] = {")
+    out += c_bytes(offset_lists, 20)
+    w("};")
+    w("")
+    w("// Distances between transitions (LEB128: hours * 2, or seconds * 2 + 1).")
+    w("constexpr uint8_t __kLUMTimeZoneDistances[] = {")
+    out += c_bytes(distances.data)
+    w("};")
+    w("")
+    w("// Local offset index of each transition, 4 bits, low half first.")
+    w("constexpr uint8_t __kLUMTimeZoneIndices[] = {")
+    out += c_bytes(indices.data)
+    w("};")
+    w("")
+    w("// Zones: first transition time, transition count, offset list, distances, indices.")
+    w("constexpr __LUMTimeZoneRecords __kLUMTimeZoneRecords[] = {")
+    for first, count, list_at, distance_at, index_at in zones:
+        w("    {%d, %d, %d, %d, %d}," % (first, count, list_at, distance_at, index_at))
+    w("};")
+    w("")
+    w("// The table, in ASCII order of name: name offset, zone record.")
     w("constexpr __LUMTimeZoneInfo __kLUMTimeZoneInfos[] = {")
-    for name, identifier in zip(names, idents):
-        target = ident(target_of[name])
-        count = len(groups[target_of[name]][1])
-        transitions = "__kLUMTimeZoneTransitions_%s" % target if count else "nullptr"
-        w("    {&__kLUMTimeZoneName_%s, __kLUMTimeZoneOffsets_%s, %d, %s}," % (identifier, target, count, transitions))
+    at = 0
+    for name in names:
+        offsets, transitions = records_of[target_of[name]]
+        w("    {%d, %d}, // %s" % (at, zone_of_content[(tuple(offsets), tuple(transitions))], name))
+        at += len(name) + 1
     w("};")
     w("static_assert(LUM_COUNTOF(__kLUMTimeZoneInfos) == %d);" % len(names))
+    w("static_assert(sizeof(__kLUMTimeZoneNamePool) == %d);" % (name_pool_size + 1))
     sys.stdout.write("\n".join(out) + "\n")
 
 
