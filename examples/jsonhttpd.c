@@ -7,10 +7,14 @@
  * A listening socket accepts connections; each connection's data callback
  * collects the request until the blank line that ends its header, then a
  * response is built with an HTTP message and a JSON body, sent, and the
- * connection closed. A bad or oversized request gets 400. SIGINT and SIGTERM
- * arrive through a signalfd watched by the same run loop and stop it.
- * Its settings come from Resources/jsonhttpd.json, found through the main
- * bundle. Part of LumBase; MIT licence. */
+ * connection closed. A bad or oversized request gets 400. A connection that
+ * has not sent its whole request within requestTimeout seconds is closed by
+ * a run-loop timer, so idle or slow clients cannot use up the descriptors;
+ * a peer that goes away is closed at once, and every connection still open
+ * is closed at shutdown. SIGINT and SIGTERM arrive through a signalfd
+ * watched by the same run loop and stop it. Its settings come from
+ * Resources/jsonhttpd.json, found through the main bundle.
+ * Part of LumBase; MIT licence. */
 #include <LumBase.h>
 
 #include <arpa/inet.h>
@@ -23,16 +27,24 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-typedef struct {
+/* One open connection; the socket's context owns it, and it is in the
+ * server's list of open connections until its socket goes. */
+typedef struct Connection {
     LUMMutableDataRef request; /* the bytes received so far */
+    LUMSocketRef socket;       /* not retained: the socket owns this record */
+    LUMMachTime opened;
+    struct Connection *previous, *next;
 } Connection;
 
 static struct {
     LUMMachTime started;
     long requests;
     long badRequests;
+    long timedOut;
     LUMIndex maxRequestBytes;
+    double requestTimeout; /* seconds a connection may take to send its request */
     LUMDictionaryRef settings;
+    Connection *open;      /* the open connections, newest first */
 } server;
 
 /* ---- Settings from the bundle's resources ------------------------------- */
@@ -42,11 +54,14 @@ static void loadSettings(void)
     LUMURLRef url = LUMBundleCopyResourceURL(LUMBundleGetMain(), LUMSTR("jsonhttpd"), LUMSTR("json"), NULL);
     LUMDataRef bytes = NULL;
     server.maxRequestBytes = 8192;
+    server.requestTimeout = 5.0;
     if (LUMURLCreateDataAndPropertiesFromResource(NULL, url, &bytes, NULL, NULL, NULL)) {
         LUMPropertyListRef settings = LUMPropertyListCreateWithData(NULL, bytes, 0, NULL, NULL);
         if (LUMPropertyListIsValid(settings, kLUMPropertyListJSONFormat)) {
             LUMNumberRef limit = (LUMNumberRef)LUMDictionaryGetValue((LUMDictionaryRef)settings, LUMSTR("maxRequestBytes"));
+            LUMNumberRef timeout = (LUMNumberRef)LUMDictionaryGetValue((LUMDictionaryRef)settings, LUMSTR("requestTimeout"));
             if (limit != NULL) LUMNumberGetValue(limit, kLUMNumberSInt32Type, &server.maxRequestBytes);
+            if (timeout != NULL) LUMNumberGetValue(timeout, kLUMNumberDoubleType, &server.requestTimeout);
             server.settings = (LUMDictionaryRef)settings;
         } else {
             LUMRelease(settings);
@@ -163,11 +178,37 @@ static void respond(LUMSocketRef s, Connection *connection, LUMIndex end)
 
 /* ---- Callbacks ----------------------------------------------------------------- */
 
+/* The socket's context release: the socket is gone, and so is its record. */
 static void releaseConnection(const void *info)
 {
     Connection *connection = (Connection *)info;
+    if (connection->previous != NULL) connection->previous->next = connection->next;
+    else server.open = connection->next;
+    if (connection->next != NULL) connection->next->previous = connection->previous;
     LUMRelease(connection->request);
     free(connection);
+}
+
+/* Closes the connection: its source leaves the run loop, which releases the
+ * socket, which releases the record. */
+static void closeConnection(Connection *connection) { LUMSocketInvalidate(connection->socket); }
+
+/* Every half second: connections that have not sent their whole request in
+ * time are closed without an answer. */
+static void closeIdleConnections(LUMRunLoopTimerRef timer, void *info)
+{
+    LUMMachTime now = LUMMachTimeGetCurrent();
+    Connection *connection = server.open;
+    (void)timer;
+    (void)info;
+    while (connection != NULL) {
+        Connection *next = connection->next; /* closing frees the record */
+        if (LUMMachTimeGetInterval(now, connection->opened) >= server.requestTimeout) {
+            server.timedOut++;
+            closeConnection(connection);
+        }
+        connection = next;
+    }
 }
 
 static void onData(LUMSocketRef s, LUMSocketCallBackType type, LUMDataRef address, const void *data, void *info)
@@ -201,9 +242,18 @@ static void onAccept(LUMSocketRef listener, LUMSocketCallBackType type, LUMDataR
     (void)type;
     (void)address;
     (void)info;
+    if (connection == NULL) {
+        close(*(const int *)data);
+        return;
+    }
     connection->request = LUMDataCreateMutable(NULL, 0);
+    connection->opened = LUMMachTimeGetCurrent();
     context.info = connection;
     s = LUMSocketCreateWithNative(NULL, *(const int *)data, kLUMSocketDataCallBack, onData, &context);
+    connection->socket = s;
+    connection->next = server.open;
+    if (server.open != NULL) server.open->previous = connection;
+    server.open = connection;
     source = LUMSocketCreateRunLoopSource(NULL, s, 0);
     LUMRunLoopAddSource(LUMRunLoopGetCurrent(), source, kLUMRunLoopCommonModes);
     /* The source in its mode keeps the socket alive until it is invalidated. */
@@ -242,6 +292,7 @@ int main(int argc, char **argv)
     struct sockaddr_in address;
     LUMDataRef addressData, bound;
     LUMSocketRef listener, signals;
+    LUMRunLoopTimerRef idleTimer;
     sigset_t mask;
     int one = 1;
 
@@ -265,6 +316,10 @@ int main(int argc, char **argv)
         return 1;
     }
     LUMRelease(addressData);
+    /* The library listens with a backlog of 5; a server meant for many
+     * clients raises it on the descriptor, so that bursts of connections
+     * queue instead of being dropped and retried by TCP a second later. */
+    listen(LUMSocketGetNative(listener), SOMAXCONN);
     bound = LUMSocketCopyAddress(listener);
     printf("jsonhttpd listening on %s:%d\n", host, ntohs(((const struct sockaddr_in *)LUMDataGetBytePtr(bound))->sin_port));
     fflush(stdout);
@@ -278,13 +333,20 @@ int main(int argc, char **argv)
     sigprocmask(SIG_BLOCK, &mask, NULL);
     signals = watch(LUMSocketCreateWithNative(NULL, signalfd(-1, &mask, 0), kLUMSocketReadCallBack, onSignal, NULL));
 
+    idleTimer = LUMRunLoopTimerCreate(NULL, LUMAbsoluteTimeGetCurrent() + 0.5, 0.5, 0, 0, closeIdleConnections, NULL);
+    LUMRunLoopAddTimer(LUMRunLoopGetCurrent(), idleTimer, kLUMRunLoopCommonModes);
+
     LUMRunLoopRun();
 
+    /* Shutdown: every connection still open is closed and released. */
+    while (server.open != NULL) closeConnection(server.open);
+    LUMRunLoopTimerInvalidate(idleTimer);
+    LUMRelease(idleTimer);
     LUMSocketInvalidate(signals);
     LUMSocketInvalidate(listener);
     LUMRelease(signals);
     LUMRelease(listener);
     LUMRelease(server.settings);
-    printf("jsonhttpd stopped after %ld requests (%ld bad)\n", server.requests, server.badRequests);
+    printf("jsonhttpd stopped after %ld requests (%ld bad, %ld timed out)\n", server.requests, server.badRequests, server.timedOut);
     return 0;
 }

@@ -274,22 +274,27 @@ LUMRunLoopRunResult __LUMRunLoopRunInMode(__LUMRunLoop *rl, LUMStringRef modeNam
             struct timeval timeout = {0, 0};
             if (remaining >= kSelectSliceSeconds) timeout.tv_usec = 100000;
             else if (remaining >= 0) timeout.tv_usec = static_cast<suseconds_t>(floor(remaining * 1000000.0));
-            LUMSelectInfo selectInfo;
-            selectInfo.maxDescriptor = 0;
-            FD_ZERO(&selectInfo.readSet);
-            FD_ZERO(&selectInfo.writeSet);
-            FD_ZERO(&selectInfo.exceptSet);
-            _LUMSocketPrepareSelectInfo(&selectInfo);
-            int ready = select(selectInfo.maxDescriptor + 1, &selectInfo.readSet, &selectInfo.writeSet, &selectInfo.exceptSet, &timeout);
+            int ready;
+            if (_LUMSocketSelectCanWatchAll()) {
+                LUMSelectInfo selectInfo;
+                selectInfo.maxDescriptor = 0;
+                FD_ZERO(&selectInfo.readSet);
+                FD_ZERO(&selectInfo.writeSet);
+                FD_ZERO(&selectInfo.exceptSet);
+                _LUMSocketPrepareSelectInfo(&selectInfo);
+                ready = select(selectInfo.maxDescriptor + 1, &selectInfo.readSet, &selectInfo.writeSet, &selectInfo.exceptSet, &timeout);
+                if (ready > 0) _LUMSocketProcessSelectInfo(&selectInfo);
+            } else {
+                // A descriptor at or above FD_SETSIZE: select cannot hold it,
+                // poll watches the same sockets with the same marks.
+                ready = _LUMSocketPollAndProcess(timeout.tv_usec);
+            }
             if (ready < 0) {
                 // No clean-up on this path: the loop stays marked as waiting.
                 perror("select() failed");
                 return kLUMRunLoopRunResultTimedOut;
             }
-            if (ready > 0) {
-                _LUMSocketProcessSelectInfo(&selectInfo);
-                break;
-            }
+            if (ready > 0) break;
         }
 
         // 4.11 Leave the wait; a cleared flag means the wait was ended.

@@ -19,9 +19,11 @@
 #include <cmath>
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <time.h>
 #include <unistd.h>
 
 struct __LUMSocket {
@@ -298,6 +300,95 @@ void _LUMSocketProcessSelectInfo(LUMSelectInfo *selectInfo)
         if ((readable || writable || FD_ISSET(s->native, &selectInfo->exceptSet)) && s->runLoopSource != nullptr)
             LUMRunLoopSourceSignal(s->runLoopSource);
     });
+}
+
+/* ---- The wait beyond select's reach ------------------------------------------
+ * select's sets end at FD_SETSIZE. When a valid socket's descriptor lies at
+ * or above it, the run loop waits with poll over the same sockets instead,
+ * asking for what the sets would hold and marking and signalling afterwards
+ * as the select-info processing does. */
+
+Boolean _LUMSocketSelectCanWatchAll(void)
+{
+    bool fits = true;
+    forEachValidSocket([&fits](__LUMSocket *s) {
+        if (s->native >= FD_SETSIZE) fits = false;
+    });
+    return fits;
+}
+
+namespace {
+
+/* What select would report for a socket, from poll's answer. */
+struct PollReadiness {
+    bool readable;
+    bool writable;
+    bool exceptional;
+};
+
+int64_t monotonicMicroseconds()
+{
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+}
+
+PollReadiness readinessOf(const __LUMSocket *s, short revents)
+{
+    // select reports end of file, hang-up and errors as readable (and
+    // errors as writable) to a socket that asked; poll reports them always.
+    bool wantsRead = (s->callBackTypes & 3) != 0;
+    bool wantsWrite = (s->callBackTypes & kLUMSocketWriteCallBack) != 0;
+    return PollReadiness{wantsRead && (revents & (POLLIN | POLLHUP | POLLERR)) != 0,
+                         wantsWrite && (revents & (POLLOUT | POLLERR | POLLHUP)) != 0, (revents & POLLPRI) != 0};
+}
+
+} // namespace
+
+int _LUMSocketPollAndProcess(int64_t timeoutMicroseconds)
+{
+    if (__allSockets == nullptr) return 0;
+    LUMIndex count = LUMSetGetCount(__allSockets);
+    lum::TempBuffer<const void *, 32> sockets(static_cast<size_t>(count));
+    lum::TempBuffer<struct pollfd, 32> fds(static_cast<size_t>(count));
+    if (sockets.get() == nullptr || fds.get() == nullptr) return -1;
+    LUMSetGetValues(__allSockets, sockets.get());
+    for (LUMIndex i = 0; i < count; i++) {
+        auto *s = static_cast<const __LUMSocket *>(sockets.get()[i]);
+        struct pollfd &fd = fds.get()[i];
+        fd.fd = (s->isValid && s->native >= 0) ? s->native : -1; // a negative descriptor is skipped
+        fd.events = POLLPRI;
+        if (s->callBackTypes & 3) fd.events |= POLLIN;
+        if (s->callBackTypes & kLUMSocketWriteCallBack) fd.events |= POLLOUT;
+        fd.revents = 0;
+    }
+    int64_t until = monotonicMicroseconds() + timeoutMicroseconds;
+    for (;;) {
+        int64_t remaining = until - monotonicMicroseconds();
+        if (remaining < 0) remaining = 0;
+        struct timespec timeout = {static_cast<time_t>(remaining / 1000000), static_cast<long>(remaining % 1000000) * 1000};
+        int ready = ppoll(fds.get(), static_cast<nfds_t>(count), &timeout, nullptr);
+        if (ready <= 0) return ready;
+        int signalled = 0;
+        for (LUMIndex i = 0; i < count; i++) {
+            struct pollfd &fd = fds.get()[i];
+            if (fd.fd < 0 || fd.revents == 0) continue;
+            auto *s = static_cast<__LUMSocket *>(const_cast<void *>(sockets.get()[i]));
+            PollReadiness r = readinessOf(s, fd.revents);
+            if (r.readable) s->isReadable = true;
+            if (r.writable) s->isWritable = true;
+            if (r.readable || r.writable || r.exceptional) {
+                if (s->runLoopSource != nullptr) LUMRunLoopSourceSignal(s->runLoopSource);
+                signalled++;
+            } else {
+                // A hang-up or error nobody asked about would wake every
+                // poll of this wait: select would not see it, so neither do we.
+                fd.fd = -1;
+            }
+        }
+        if (signalled > 0) return signalled;
+        if (remaining == 0) return 0;
+    }
 }
 
 /* ---- Socket stream pairs ----------------------------------------------------

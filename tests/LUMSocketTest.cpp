@@ -4,8 +4,11 @@
 #include "support/LUMTestSupport.h"
 
 #include <arpa/inet.h>
+#include <dirent.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -451,4 +454,94 @@ TEST(LUMSocket, NoDescriptorIsOpenedWhenTheObjectCannotBeMade)
     LUMSocketInvalidate(s);
     LUMRelease(s);
     EXPECT_EQ(LowestFreeDescriptor(), lowest);
+}
+
+namespace {
+
+/* Open descriptors of this process. */
+int OpenDescriptors()
+{
+    int count = 0;
+    DIR *dir = opendir("/proc/self/fd");
+    if (dir == nullptr) return -1;
+    while (struct dirent *entry = readdir(dir)) {
+        if (entry->d_name[0] != '.') count++;
+    }
+    closedir(dir);
+    return count - 1; // the directory's own descriptor
+}
+
+int gAnswered = 0;
+
+void answerPing(LUMSocketRef s, LUMSocketCallBackType type, LUMDataRef, const void *data, void *)
+{
+    if (type != kLUMSocketDataCallBack || LUMDataGetLength(static_cast<LUMDataRef>(data)) == 0) return;
+    LUMDataRef pong = LUMDataCreate(nullptr, reinterpret_cast<const UInt8 *>("pong"), 4);
+    if (LUMSocketSendData(s, nullptr, pong, 5.0) == kLUMSocketSuccess) gAnswered++;
+    LUMRelease(pong);
+}
+
+} // namespace
+
+TEST(LUMSocket, DescriptorsAboveTheSelectLimitAreServed)
+{
+    // More than FD_SETSIZE real loopback connections, each served by a
+    // socket on the run loop; then every descriptor comes back.
+    constexpr int kConnections = 1100;
+    struct rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_max != RLIM_INFINITY && limit.rlim_max < 2 * kConnections + 64) GTEST_SKIP() << "descriptor limit too low";
+    struct rlimit raised = limit;
+    if (raised.rlim_cur < 2 * kConnections + 64) raised.rlim_cur = 2 * kConnections + 64;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
+    int before = OpenDescriptors();
+
+    int listener = socket(AF_INET, SOCK_STREAM, 0);
+    struct sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(bind(listener, reinterpret_cast<struct sockaddr *>(&address), sizeof(address)), 0);
+    ASSERT_EQ(listen(listener, 2 * kConnections), 0);
+    socklen_t length = sizeof(address);
+    getsockname(listener, reinterpret_cast<struct sockaddr *>(&address), &length);
+
+    std::vector<int> clients;
+    std::vector<LUMSocketRef> served;
+    int highest = 0;
+    for (int i = 0; i < kConnections; i++) {
+        int client = Connect(ntohs(address.sin_port));
+        ASSERT_GE(client, 0);
+        clients.push_back(client);
+        int server = accept(listener, nullptr, nullptr);
+        ASSERT_GE(server, 0);
+        if (server > highest) highest = server;
+        LUMSocketRef s = LUMSocketCreateWithNative(nullptr, server, kLUMSocketDataCallBack, answerPing, nullptr);
+        LUMSocketSetSocketFlags(s, LUMSocketGetSocketFlags(s) | kLUMSocketCloseOnInvalidate);
+        LUMRunLoopSourceRef source = LUMSocketCreateRunLoopSource(nullptr, s, 0);
+        LUMRunLoopAddSource(LUMRunLoopGetCurrent(), source, kLUMRunLoopDefaultMode);
+        LUMRelease(source);
+        served.push_back(s);
+    }
+    EXPECT_GE(highest, FD_SETSIZE);
+    for (int client : clients) ASSERT_EQ(send(client, "ping", 4, 0), 4);
+    gAnswered = 0;
+    for (int i = 0; i < 3000 && gAnswered < kConnections; i++) LUMRunLoopRunInMode(kLUMRunLoopDefaultMode, 0.01, false);
+    EXPECT_EQ(gAnswered, kConnections);
+    int pongs = 0;
+    for (int client : clients) {
+        struct timeval wait = {5, 0};
+        setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait));
+        char reply[8] = {};
+        if (recv(client, reply, sizeof(reply), 0) == 4 && memcmp(reply, "pong", 4) == 0) pongs++;
+    }
+    EXPECT_EQ(pongs, kConnections);
+
+    for (LUMSocketRef s : served) {
+        LUMSocketInvalidate(s); // closes the descriptor
+        LUMRelease(s);
+    }
+    for (int client : clients) close(client);
+    close(listener);
+    EXPECT_EQ(OpenDescriptors(), before);
+    setrlimit(RLIMIT_NOFILE, &limit);
 }

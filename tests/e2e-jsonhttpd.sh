@@ -59,5 +59,5 @@ wait "$pid"
 status=$?
 pid=
 [ "$status" -eq 0 ] || fail "exit status $status"
-grep -q '^jsonhttpd stopped after 4 requests (2 bad)$' "$work/server.out" || fail "$(cat "$work/server.out")"
+grep -q '^jsonhttpd stopped after 4 requests (2 bad, 0 timed out)$' "$work/server.out" || fail "$(cat "$work/server.out")"
 echo "jsonhttpd end to end: ok (port $port)"

@@ -195,6 +195,14 @@ typedef struct {
 LUM_EXPORT void _LUMSocketPrepareSelectInfo(LUMSelectInfo *selectInfo);
 /* Marks the ready sockets and signals their run-loop sources. */
 LUM_EXPORT void _LUMSocketProcessSelectInfo(LUMSelectInfo *selectInfo);
+/* True when every valid socket's descriptor is below FD_SETSIZE, so that
+ * select can watch them all. */
+LUM_EXPORT Boolean _LUMSocketSelectCanWatchAll(void);
+/* The wait for when select cannot: poll over all valid sockets for at most
+ * timeoutMicroseconds, asking for what the select-info sets would hold, then
+ * marking and signalling as _LUMSocketProcessSelectInfo does. Returns the
+ * number of sockets marked (0 when the time ran out) or -1 when poll fails. */
+LUM_EXPORT int _LUMSocketPollAndProcess(int64_t timeoutMicroseconds);
 
 /* ---- Streams --------------------------------------------------------------- */
 
