@@ -24,7 +24,11 @@ LUM_EXPORT Boolean LUMHTTPMessageIsHeaderComplete(LUMHTTPMessageRef message);
 LUM_EXPORT LUMIndex LUMHTTPMessageGetResponseStatusCode(LUMHTTPMessageRef message);
 LUM_EXPORT LUMStringRef LUMHTTPMessageCopyVersion(LUMHTTPMessageRef message);
 LUM_EXPORT LUMStringRef LUMHTTPMessageCopyResponseStatusLine(LUMHTTPMessageRef message);
-/* Adds the field or replaces its value (the name is copied). */
+/* Adds the field or replaces its value (the name is copied). Neither name
+ * nor value is checked: a CR or LF in either ends the header line early
+ * when the message is serialised, so text from outside (a request's target,
+ * a user name) can add header lines or a body of its choosing. Reject or
+ * strip CR and LF from such text before setting it. */
 LUM_EXPORT void LUMHTTPMessageSetHeaderFieldValue(LUMHTTPMessageRef message, LUMStringRef headerField, LUMStringRef value);
 LUM_EXPORT LUMStringRef LUMHTTPMessageCopyHeaderFieldValue(LUMHTTPMessageRef message, LUMStringRef headerField);
 LUM_EXPORT LUMDictionaryRef LUMHTTPMessageCopyAllHeaderFields(LUMHTTPMessageRef message);

@@ -26,13 +26,28 @@ enum { kLUMPropertyListJSONFormat = 1000000 };
 typedef LUMOptionFlags LUMPropertyListMutabilityOptions;
 
 /* Reads the whole stream (neither opened nor closed) and returns the top
- * value, or NULL. format receives kLUMPropertyListJSONFormat and error NULL. */
+ * value, or NULL. format receives kLUMPropertyListJSONFormat and error NULL.
+ *
+ * For input you do not control, know what this reader keeps for the sake of
+ * existing programs: it never reports an error (error is set to NULL);
+ * malformed documents such as {"a": [1, 2} are accepted and unclosed
+ * containers come back as far as they got; bytes are not checked as UTF-8;
+ * a failing byte drops the rest of the chunk it was read in (the stream's
+ * chunks, 1024 bytes at most), and when that splits a backslash escape so
+ * that a non-hex byte lands in a \u escape, the process ends through an
+ * assertion. A document of at most 1024 bytes read with
+ * LUMPropertyListCreateWithData is read in one chunk and cannot reach that
+ * assertion; for larger untrusted documents check them before reading. */
 LUM_EXPORT LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef allocator, LUMReadStreamRef stream, LUMIndex streamLength,
                                                               LUMOptionFlags options, LUMPropertyListFormat *format, LUMErrorRef *error);
 LUM_EXPORT LUMPropertyListRef LUMPropertyListCreateWithData(LUMAllocatorRef allocator, LUMDataRef data, LUMOptionFlags options,
                                                             LUMPropertyListFormat *format, LUMErrorRef *error);
 /* Writes the tree as JSON; returns the bytes written, or 0 for a format other
- * than JSON (error is then left alone). */
+ * than JSON (error is then left alone). Kept as it is: integers are written
+ * through 32-bit %ld, doubles through %f (so an infinite double is written
+ * as inf and NaN as nan, which no JSON reader accepts), and every byte above
+ * 127 as \u00XX; check doubles for finiteness before writing trees that
+ * other programs read. */
 LUM_EXPORT LUMIndex LUMPropertyListWrite(LUMPropertyListRef propertyList, LUMWriteStreamRef stream, LUMPropertyListFormat format,
                                          LUMOptionFlags options, LUMErrorRef *error);
 /* The JSON bytes in a new data object (allocator is not used). */

@@ -69,7 +69,11 @@ LUM_EXPORT Boolean LUMURLCreateDataAndPropertiesFromResource(LUMAllocatorRef all
  * receives it, so it leaks with its creation reference. */
 LUM_EXPORT LUMTypeRef LUMURLCreatePropertyFromResource(LUMAllocatorRef allocator, LUMURLRef url, LUMStringRef property, LUMIndex *errorCode);
 /* Writes data as the whole file (created with mode 0644, truncated);
- * properties must be NULL. NULL data writes nothing. */
+ * properties must be NULL. NULL data writes nothing. Kept as it is: the file
+ * is truncated and written in place, with no temporary file and no fsync,
+ * so a failure or a crash part-way leaves a truncated file. Where that
+ * matters, write to a temporary path in the same directory and rename() it
+ * over the original. */
 LUM_EXPORT Boolean LUMURLWriteDataAndPropertiesToResource(LUMURLRef url, LUMDataRef data, LUMDictionaryRef properties, LUMIndex *errorCode);
 
 LUM_EXTERN_C_END
