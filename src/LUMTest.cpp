@@ -83,6 +83,10 @@ void *__LUMTestAllocatorAllocate(UInt32 size, LUMOptionFlags hint, void *info)
     LUM_ASSERT_AT(156, LUMGetTypeID(openAllocations) == LUMDictionaryGetTypeID());
     void *block = _LUMAllocatorAllocateMalloc(size, hint, nullptr);
     if (block == nullptr) return nullptr;
+    // The leak report describes every open block as an object and so reads
+    // its first word: zeroed, a raw buffer reads as what it is, not as
+    // whatever the heap left there.
+    _LUMZeroMemory(block, size);
     LUMDictionaryAddValue(openAllocations, block, reinterpret_cast<const void *>(static_cast<uintptr_t>(size)));
     watch(openAllocations, block);
     return block;

@@ -24,7 +24,8 @@ bool MallocSpyAvailable() { return false; }
 void StartMallocSpy() {}
 std::vector<size_t> StopMallocSpy() { return {}; }
 #else
-bool MallocSpyAvailable() { return true; }
+// Under valgrind malloc is valgrind's own and the spy sees nothing.
+bool MallocSpyAvailable() { return !UnderValgrind(); }
 void StartMallocSpy()
 {
     gSpyCount = 0;

@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <regex>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -211,6 +212,12 @@ void countingRelease(const void *info)
     const_cast<CountingAllocator *>(static_cast<const CountingAllocator *>(info))->releases++;
 }
 } // namespace
+
+bool UnderValgrind()
+{
+    const char *preload = getenv("LD_PRELOAD");
+    return preload != nullptr && strstr(preload, "vgpreload") != nullptr;
+}
 
 namespace {
 UInt32 gLargestBlock = 0;

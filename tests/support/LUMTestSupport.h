@@ -87,6 +87,10 @@ struct CountingAllocator {
  * largestBlock bytes (one at a time: the limit is process-wide). */
 LUMAllocatorRef LimitedAllocator(UInt32 largestBlock);
 
+/* True when the test runs under valgrind (its preload library is in the
+ * environment): tests whose size only adds time there scale down. */
+bool UnderValgrind();
+
 /* Whether the C library's malloc was asked for this many bytes while the spy
  * was on (see Interpose.cpp). */
 void StartMallocSpy();
