@@ -17,17 +17,18 @@
 
 /* Each module defines LUM_SOURCE_FILE ("src/LUMString" and so on) before
  * including this header; assertion frames name it. The condition text is the
- * condition as written, so keep the spelling of checks stable. */
-#define LUM_ASSERT(condition) \
-    _LUMAssert(__func__, LUM_SOURCE_FILE, __LINE__, (condition) ? 1 : 0, #condition)
+ * condition as written, so keep the spelling of checks stable. A passing
+ * check costs a test and a branch: _LUMAssert, which does nothing for a true
+ * condition, is called only when the condition fails, and then prints the
+ * same frame and ends the process the same way. */
+#define LUM_CHECK(line, condition, text) \
+    (__builtin_expect(!!(condition), 1) ? (void)0 : _LUMAssert(__func__, LUM_SOURCE_FILE, (line), 0, text))
+#define LUM_ASSERT(condition) LUM_CHECK(__LINE__, condition, #condition)
 /* For checks whose reported line is part of the library's documented output. */
-#define LUM_ASSERT_AT(line, condition) \
-    _LUMAssert(__func__, LUM_SOURCE_FILE, (line), (condition) ? 1 : 0, #condition)
+#define LUM_ASSERT_AT(line, condition) LUM_CHECK(line, condition, #condition)
 /* A check whose reported condition text differs from the C expression. */
-#define LUM_ASSERT_TEXT(condition, text) \
-    _LUMAssert(__func__, LUM_SOURCE_FILE, __LINE__, (condition) ? 1 : 0, text)
-#define LUM_ASSERT_TEXT_AT(line, condition, text) \
-    _LUMAssert(__func__, LUM_SOURCE_FILE, (line), (condition) ? 1 : 0, text)
+#define LUM_ASSERT_TEXT(condition, text) LUM_CHECK(__LINE__, condition, text)
+#define LUM_ASSERT_TEXT_AT(line, condition, text) LUM_CHECK(line, condition, text)
 #define LUM_FATAL_AT(line, ...) _LUMFatal(__func__, LUM_SOURCE_FILE, (line), __VA_ARGS__)
 
 namespace lum {
