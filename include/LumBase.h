@@ -3,6 +3,7 @@
 #ifndef LUMBASE_H
 #define LUMBASE_H
 
+#include <LumBase/LUMVersion.h>
 #include <LumBase/LUMBase.h>
 #include <LumBase/LUMType.h>
 #include <LumBase/LUMAllocator.h>
