@@ -177,3 +177,14 @@ void LUMAllocatorGetContext(LUMAllocatorRef allocator, LUMAllocatorContext *cont
     *context = a->context;
 }
 
+bool lum::growByDoubling(LUMAllocatorRef allocator, void *&block, LUMIndex &capacity, int64_t needed, size_t elementSize)
+{
+    if (needed <= capacity) return true;
+    LUMIndex grown = grownCapacity(capacity, needed, elementSize);
+    if (grown < 0) return false;
+    void *moved = LUMAllocatorReallocate(allocator, block, blockBytes(grown, elementSize), 0);
+    if (moved == nullptr) return false;
+    block = moved;
+    capacity = grown;
+    return true;
+}

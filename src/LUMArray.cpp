@@ -121,14 +121,9 @@ LUMStringRef __LUMArrayCopyDescriptionInstance(LUMTypeRef obj)
  * allocated. */
 bool __LUMArraySetCount(__LUMArray *array, int64_t newCount)
 {
-    if (newCount > array->slotCount) {
-        LUMIndex slots = lum::grownCapacity(array->slotCount, newCount, sizeof(void *));
-        if (slots < 0) return false;
-        void *grown = LUMAllocatorReallocate(LUMGetAllocator(array), array->values, lum::blockBytes(slots, sizeof(void *)), 0);
-        if (grown == nullptr) return false;
-        array->values = static_cast<const void **>(grown);
-        array->slotCount = slots;
-    }
+    void *values = array->values;
+    if (!lum::growByDoubling(LUMGetAllocator(array), values, array->slotCount, newCount, sizeof(void *))) return false;
+    array->values = static_cast<const void **>(values);
     array->count = static_cast<LUMIndex>(newCount);
     return true;
 }

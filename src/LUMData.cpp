@@ -82,13 +82,9 @@ LUMStringRef __LUMDataCopyDescriptionInstance(LUMTypeRef obj)
  * unchanged, when that many bytes cannot be represented or allocated. */
 bool growTo(__LUMData *data, int64_t needed)
 {
-    if (needed <= data->capacity) return true;
-    LUMIndex capacity = lum::grownCapacity(data->capacity, needed, 1);
-    if (capacity < 0) return false;
-    void *grown = LUMAllocatorReallocate(data->bytesDeallocator, data->bytes, capacity, 0);
-    if (grown == nullptr) return false;
-    data->bytes = static_cast<UInt8 *>(grown);
-    data->capacity = capacity;
+    void *bytes = data->bytes;
+    if (!lum::growByDoubling(data->bytesDeallocator, bytes, data->capacity, needed, 1)) return false;
+    data->bytes = static_cast<UInt8 *>(bytes);
     return true;
 }
 

@@ -87,6 +87,12 @@ static_assert(grownCapacity(1 << 29, (1 << 29) + 1, 2) == INT32_MAX / 2);
 static_assert(grownCapacity(1 << 29, (1 << 30), 2) == -1);
 static_assert(grownCapacity(0, -1, 1) == -1);
 
+/* Grows a block of elementSize-byte elements by doubling until it holds
+ * needed of them, reallocating it with its allocator. False, with block and
+ * capacity as they were, when the size cannot be represented or the
+ * allocator gives nothing: the edit that asked then changes nothing. */
+bool growByDoubling(LUMAllocatorRef allocator, void *&block, LUMIndex &capacity, int64_t needed, size_t elementSize);
+
 /* Bytes of count elements, or -1 when they do not fit in a LUMIndex. */
 constexpr LUMIndex blockBytes(int64_t count, size_t elementSize)
 {

@@ -66,13 +66,9 @@ LUMIndex __LUMSetGetIndexOfValue(const __LUMSet *set, const void *candidate)
  * allocated. */
 bool __LUMSetEnsureCapacity(__LUMSet *set, int64_t needed)
 {
-    if (set->slotCount >= needed) return true;
-    LUMIndex slots = lum::grownCapacity(set->slotCount, needed, sizeof(void *));
-    if (slots < 0) return false;
-    void *grown = LUMAllocatorReallocate(LUMGetAllocator(set), set->values, lum::blockBytes(slots, sizeof(void *)), 0);
-    if (grown == nullptr) return false;
-    set->values = static_cast<const void **>(grown);
-    set->slotCount = slots;
+    void *values = set->values;
+    if (!lum::growByDoubling(LUMGetAllocator(set), values, set->slotCount, needed, sizeof(void *))) return false;
+    set->values = static_cast<const void **>(values);
     return true;
 }
 

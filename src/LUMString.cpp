@@ -222,14 +222,7 @@ bool __LUMStringEnsureLength(__LUMString *ptr, int64_t needed)
 {
     LUM_ASSERT(ptr->isMutable);
     LUM_ASSERT(ptr->bufferType == _kLUMStringBufferTypeUniCharString);
-    if (ptr->capacity >= needed) return true;
-    LUMIndex capacity = lum::grownCapacity(ptr->capacity, needed, sizeof(UniChar));
-    if (capacity < 0) return false;
-    void *grown = LUMAllocatorReallocate(LUMGetAllocator(ptr), ptr->buffer, lum::blockBytes(capacity, sizeof(UniChar)), 0);
-    if (grown == nullptr) return false;
-    ptr->buffer = grown;
-    ptr->capacity = capacity;
-    return true;
+    return lum::growByDoubling(LUMGetAllocator(ptr), ptr->buffer, ptr->capacity, needed, sizeof(UniChar));
 }
 
 void __LUMStringAppendCharacter(__LUMString *ptr, UniChar unit)
