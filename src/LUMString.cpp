@@ -23,7 +23,17 @@
 namespace {
 
 LUMTypeID __kLUMStringTypeID = 0;
-LUMMutableDictionaryRef __constStringDictionary = nullptr;
+/* The constant strings, one per distinct text, in an open-addressing table
+ * keyed by the callers' C strings (compared by content, kept as the
+ * caller's pointer, never copied): finding a constant costs the same
+ * however many there are. At most half the slots are in use. */
+struct ConstantStrings {
+    const __LUMString **slots;
+    size_t capacity; // a power of two
+    size_t count;
+};
+ConstantStrings __constantStrings = {nullptr, 0, 0};
+constexpr size_t kInitialConstantSlots = 256;
 
 constexpr int32_t kMutableInitialCapacity = 32;
 
@@ -187,19 +197,42 @@ Boolean __LUMStringEqualCString(const void *a, const void *b)
     return strcmp(static_cast<const char *>(a), static_cast<const char *>(b)) == 0;
 }
 
-/* The same value as the string hash of the decoded text. */
-LUMHashCode __LUMStringHashCString(const void *cStr)
+/* FNV-1a over the bytes: where a text's constant sits in the table. */
+size_t constantSlotOf(const char *text, size_t capacity)
 {
-    const UInt8 *bytes = static_cast<const UInt8 *>(cStr);
-    LUMHashCode h = static_cast<LUMHashCode>(decodedLength(bytes));
-    LUMIndex index = 0;
-    while (bytes[index] != 0) h = h * 13 + __LUMStringDecodeUTF8Sequence(bytes, &index);
-    return h;
+    uint32_t hash = 2166136261u;
+    for (const unsigned char *p = reinterpret_cast<const unsigned char *>(text); *p != 0; p++) hash = (hash ^ *p) * 16777619u;
+    return hash & (capacity - 1);
 }
 
-constexpr LUMDictionaryKeyCallBacks __kLUMCStringDictionaryKeyCallBacks = {
-    0, nullptr, nullptr, nullptr, __LUMStringEqualCString, __LUMStringHashCString,
-};
+/* The slot holding text's constant, or the empty slot where it belongs. */
+const __LUMString **findConstant(const char *text)
+{
+    ConstantStrings &table = __constantStrings;
+    for (size_t i = constantSlotOf(text, table.capacity);; i = (i + 1) & (table.capacity - 1)) {
+        const __LUMString *entry = table.slots[i];
+        if (entry == nullptr || __LUMStringEqualCString(entry->buffer, text)) return &table.slots[i];
+    }
+}
+
+bool growConstants()
+{
+    ConstantStrings &table = __constantStrings;
+    size_t capacity = table.capacity == 0 ? kInitialConstantSlots : table.capacity * 2;
+    auto *slots = static_cast<const __LUMString **>(calloc(capacity, sizeof(const __LUMString *)));
+    if (slots == nullptr) return false;
+    ConstantStrings grown = {slots, capacity, table.count};
+    for (size_t i = 0; i < table.capacity; i++) {
+        const __LUMString *entry = table.slots[i];
+        if (entry == nullptr) continue;
+        size_t at = constantSlotOf(static_cast<const char *>(entry->buffer), capacity);
+        while (slots[at] != nullptr) at = (at + 1) & (capacity - 1);
+        slots[at] = entry;
+    }
+    free(table.slots);
+    table = grown;
+    return true;
+}
 
 /* ---- Creation helpers ---------------------------------------------------- */
 
@@ -247,9 +280,7 @@ LUMTypeID LUMStringGetTypeID(void)
 
 Boolean _LUMStringInitializeModule(void)
 {
-    __constStringDictionary = LUMDictionaryCreateMutable(_kLUMAllocatorConstant, 10, &__kLUMCStringDictionaryKeyCallBacks,
-                                                         &kLUMTypeDictionaryValueCallBacks);
-    return __constStringDictionary != nullptr;
+    return __constantStrings.slots != nullptr || growConstants();
 }
 
 void _LUMStringInitializeConstantInstance(struct __LUMString *str, const char *cStr)
@@ -266,10 +297,17 @@ void _LUMStringInitializeConstantInstance(struct __LUMString *str, const char *c
 
 LUMStringRef LUMSTR(const char *cStr)
 {
-    const void *existing = LUMDictionaryGetValue(__constStringDictionary, cStr);
-    if (existing != nullptr) return static_cast<LUMStringRef>(existing);
+    if (__constantStrings.slots == nullptr && !growConstants()) return nullptr;
+    const __LUMString **slot = findConstant(cStr);
+    if (*slot != nullptr) return *slot;
     LUMStringRef created = LUMStringCreateWithCStringNoCopy(_kLUMAllocatorConstant, cStr, kLUMStringEncodingUTF8, kLUMAllocatorNull);
-    LUMDictionarySetValue(__constStringDictionary, cStr, created);
+    if (created == nullptr) return nullptr;
+    if (2 * (__constantStrings.count + 1) > __constantStrings.capacity) {
+        if (!growConstants()) return created; // not kept: a later LUMSTR of this text makes another
+        slot = findConstant(cStr);
+    }
+    *slot = stringObject(created);
+    __constantStrings.count++;
     return created;
 }
 

@@ -3,6 +3,8 @@
  * Part of LumBase; MIT licence. */
 #include "support/LUMTestSupport.h"
 
+#include <algorithm>
+
 using namespace lumtest;
 
 namespace {
@@ -370,4 +372,37 @@ TEST(LUMString, APathHoldingUPlus0000HasNoFileSystemForm)
     path = LUMStringCreateWithBytes(nullptr, bytes, 4, kLUMStringEncodingUTF8);
     EXPECT_FALSE(LUMStringGetFileSystemRepresentation(path, buffer, sizeof(buffer)));
     LUMRelease(path);
+}
+
+namespace {
+
+// A thousand distinct literals ("c000" to "c999"), for the constant table.
+#define LUM_TEN(p) p "0", p "1", p "2", p "3", p "4", p "5", p "6", p "7", p "8", p "9"
+#define LUM_HUNDRED(p) \
+    LUM_TEN(p "0"), LUM_TEN(p "1"), LUM_TEN(p "2"), LUM_TEN(p "3"), LUM_TEN(p "4"), LUM_TEN(p "5"), LUM_TEN(p "6"), \
+        LUM_TEN(p "7"), LUM_TEN(p "8"), LUM_TEN(p "9")
+#define LUM_THOUSAND(p) \
+    LUM_HUNDRED(p "0"), LUM_HUNDRED(p "1"), LUM_HUNDRED(p "2"), LUM_HUNDRED(p "3"), LUM_HUNDRED(p "4"), LUM_HUNDRED(p "5"), \
+        LUM_HUNDRED(p "6"), LUM_HUNDRED(p "7"), LUM_HUNDRED(p "8"), LUM_HUNDRED(p "9")
+const char *const kThousandTexts[] = {LUM_THOUSAND("c")};
+static_assert(sizeof(kThousandTexts) / sizeof(kThousandTexts[0]) == 1000);
+
+} // namespace
+
+TEST(LUMString, AThousandConstantsStayDistinctAndShared)
+{
+    CountingAllocator counting;
+    LUMAllocatorSetDefault(counting.allocator);
+    std::vector<LUMStringRef> first;
+    for (const char *text : kThousandTexts) first.push_back(LUMSTR(text));
+    for (size_t i = 0; i < first.size(); i++) {
+        EXPECT_EQ(LUMSTR(kThousandTexts[i]), first[i]);
+        EXPECT_EQ(Text(first[i]), kThousandTexts[i]);
+        EXPECT_EQ(LUMGetAllocator(first[i]), _kLUMAllocatorConstant);
+    }
+    std::sort(first.begin(), first.end());
+    EXPECT_EQ(std::unique(first.begin(), first.end()), first.end());
+    // Constants never go through the default allocator.
+    LUMAllocatorSetDefault(kLUMAllocatorSystemDefault);
+    EXPECT_EQ(counting.allocations + counting.reallocations + counting.deallocations, 0);
 }
