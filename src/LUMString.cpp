@@ -99,6 +99,81 @@ LUMIndex decodedLength(const UInt8 *bytes)
     return length;
 }
 
+/* ---- Where characters start in a long byte-form string --------------------
+ * A byte-form string has no index from characters to bytes: reaching
+ * character n means decoding the n before it. For the most recently read
+ * long byte-form string, the byte offset of every 64th character is kept as
+ * decoding passes it, so that a read at any position starts at most 63
+ * characters before it instead of at the beginning (a sequential pass and
+ * a search with many partial matches are then linear, not quadratic). The
+ * string's text never changes (byte-form strings are immutable); its
+ * finalization forgets it. Nothing here is visible to callers. */
+
+constexpr LUMIndex kCheckpointStride = 64;
+constexpr LUMIndex kCheckpointMinimumLength = 4 * kCheckpointStride;
+
+struct ByteFormCursor {
+    const __LUMString *string;
+    LUMIndex *offsets; // offsets[k]: where character k * kCheckpointStride starts
+    LUMIndex known;    // how many offsets are known
+    LUMIndex capacity;
+};
+ByteFormCursor __byteFormCursor = {nullptr, nullptr, 0, 0};
+
+void forgetByteFormCursor(const __LUMString *ptr)
+{
+    if (__byteFormCursor.string == ptr) __byteFormCursor.string = nullptr;
+}
+
+/* Decodes range.length characters from range.location into units. */
+void decodeByteForm(const __LUMString *ptr, LUMRange range, UniChar *units)
+{
+    const UInt8 *bytes = bytesOf(ptr);
+    ByteFormCursor &cursor = __byteFormCursor;
+    bool checkpoints = ptr->length >= kCheckpointMinimumLength;
+    if (checkpoints && cursor.string != ptr) {
+        cursor.string = ptr;
+        cursor.known = 0;
+    }
+    LUMIndex character = 0, index = 0;
+    if (checkpoints) {
+        if (cursor.known == 0) {
+            if (cursor.capacity == 0) {
+                cursor.offsets = static_cast<LUMIndex *>(malloc(64 * sizeof(LUMIndex)));
+                cursor.capacity = cursor.offsets != nullptr ? 64 : 0;
+            }
+            if (cursor.capacity > 0) {
+                cursor.offsets[0] = 0;
+                cursor.known = 1;
+            }
+        }
+        LUMIndex k = range.location / kCheckpointStride;
+        if (k >= cursor.known) k = cursor.known - 1;
+        if (k > 0) {
+            character = k * kCheckpointStride;
+            index = cursor.offsets[k];
+        }
+    }
+    LUMIndex end = range.location + range.length;
+    for (; character < end; character++) {
+        if (checkpoints && character % kCheckpointStride == 0) {
+            LUMIndex k = character / kCheckpointStride;
+            if (k == cursor.known) {
+                if (k == cursor.capacity) {
+                    void *grown = realloc(cursor.offsets, static_cast<size_t>(cursor.capacity) * 2 * sizeof(LUMIndex));
+                    if (grown != nullptr) {
+                        cursor.offsets = static_cast<LUMIndex *>(grown);
+                        cursor.capacity *= 2;
+                    }
+                }
+                if (k < cursor.capacity) cursor.offsets[cursor.known++] = index;
+            }
+        }
+        UniChar unit = __LUMStringDecodeUTF8Sequence(bytes, &index);
+        if (character >= range.location) units[character - range.location] = unit;
+    }
+}
+
 /* Reads a string's units by index. Unit arrays are read directly; a byte
  * buffer read in order (index 0, 1, 2, ...) is decoded as it goes, so a
  * whole pass is linear; any other order goes through the inline buffer,
@@ -150,6 +225,7 @@ Boolean __LUMStringInitializeInstance(LUMTypeRef obj)
 void __LUMStringFinalizeInstance(LUMTypeRef obj)
 {
     __LUMString *ptr = lum::object<__LUMString>(obj);
+    forgetByteFormCursor(ptr);
     if (ptr->buffer != nullptr) LUMAllocatorDeallocate(ptr->contentsDeallocator, ptr->buffer);
     ptr->buffer = nullptr;
     LUMRelease(ptr->contentsDeallocator);
@@ -485,10 +561,7 @@ void LUMStringGetCharacters(LUMStringRef str, LUMRange range, UniChar *buffer)
         if (range.length > 0) memcpy(buffer, unitsOf(ptr) + range.location, static_cast<size_t>(range.length) * sizeof(UniChar));
         return;
     case _kLUMStringBufferTypeCString: {
-        const UInt8 *bytes = bytesOf(ptr);
-        LUMIndex index = 0;
-        for (LUMIndex i = 0; i < range.location; i++) __LUMStringDecodeUTF8Sequence(bytes, &index);
-        for (LUMIndex i = 0; i < range.length; i++) buffer[i] = __LUMStringDecodeUTF8Sequence(bytes, &index);
+        decodeByteForm(ptr, range, buffer);
         return;
     }
     default:

@@ -4,6 +4,7 @@
 #include "support/LUMTestSupport.h"
 
 #include <algorithm>
+#include <random>
 
 using namespace lumtest;
 
@@ -405,4 +406,42 @@ TEST(LUMString, AThousandConstantsStayDistinctAndShared)
     // Constants never go through the default allocator.
     LUMAllocatorSetDefault(kLUMAllocatorSystemDefault);
     EXPECT_EQ(counting.allocations + counting.reallocations + counting.deallocations, 0);
+}
+
+TEST(LUMString, LongByteFormTextsReadTheSameInAnyOrder)
+{
+    // A megabyte of mixed one-, two- and three-byte characters: read in
+    // order through the inline buffer, at random positions and by search,
+    // the byte form gives exactly what the same text in unit form gives.
+    std::string text;
+    const char *pieces[] = {"a", "\xC3\xA9", "\xE2\x82\xAC", "ab", "abab", "abc"};
+    std::mt19937 random(7);
+    while (text.size() < (1u << 20)) text += pieces[random() % 6];
+    LUMStringRef bytes = LUMStringCreateWithCString(nullptr, text.c_str(), kLUMStringEncodingUTF8);
+    LUMIndex length = LUMStringGetLength(bytes);
+    std::vector<UniChar> units(static_cast<size_t>(length));
+    LUMStringGetCharacters(bytes, LUMRangeMake(0, length), units.data());
+    LUMStringRef unitForm = LUMStringCreateWithCharacters(nullptr, units.data(), length);
+    LUMStringInlineBuffer inlineBuffer;
+    LUMStringInitInlineBuffer(bytes, &inlineBuffer, LUMRangeMake(0, length));
+    for (LUMIndex i = 0; i < length; i++) ASSERT_EQ(LUMStringGetCharacterFromInlineBuffer(&inlineBuffer, i), units[static_cast<size_t>(i)]);
+    for (int n = 0; n < 2000; n++) {
+        LUMIndex at = static_cast<LUMIndex>(random() % static_cast<uint32_t>(length - 8));
+        UniChar eight[8];
+        LUMStringGetCharacters(bytes, LUMRangeMake(at, 8), eight);
+        ASSERT_EQ(memcmp(eight, &units[static_cast<size_t>(at)], sizeof(eight)), 0) << at;
+    }
+    for (const char *needle : {"ababababc", "\xE2\x82\xAC" "abc", "zz"}) {
+        LUMStringRef find = LUMStringCreateWithCString(nullptr, needle, kLUMStringEncodingUTF8);
+        LUMRange inBytes = LUMStringFind(bytes, find, 0), inUnits = LUMStringFind(unitForm, find, 0);
+        EXPECT_EQ(inBytes.location, inUnits.location) << needle;
+        inBytes = LUMStringFind(bytes, find, kLUMCompareBackwards);
+        inUnits = LUMStringFind(unitForm, find, kLUMCompareBackwards);
+        EXPECT_EQ(inBytes.location, inUnits.location) << needle;
+        LUMRelease(find);
+    }
+    EXPECT_TRUE(LUMEqual(bytes, unitForm));
+    EXPECT_EQ(LUMHash(bytes), LUMHash(unitForm));
+    LUMRelease(unitForm);
+    LUMRelease(bytes);
 }
