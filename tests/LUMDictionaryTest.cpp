@@ -1,6 +1,9 @@
 /* LUMDictionaryTest.cpp — dictionaries and the callback records they use.
  * Part of LumBase; MIT licence. */
 #include "support/LUMTestSupport.h"
+#include "LUMStringPrivate.h"
+
+#include <random>
 
 using namespace lumtest;
 
@@ -316,4 +319,114 @@ TEST(LUMDictionary, DictionaryWithoutSlotsStillReallocatesBothBlocksToZero)
     }
     LUMRelease(copy);
     LUMRelease(empty);
+}
+
+namespace {
+
+std::vector<std::string> *gKeyCalls = nullptr;
+const void *loggingKeyRetain(const void *key)
+{
+    if (gKeyCalls != nullptr) gKeyCalls->push_back("retain " + Text(static_cast<LUMStringRef>(key)));
+    return LUMRetain(key);
+}
+void loggingKeyRelease(const void *key)
+{
+    if (gKeyCalls != nullptr) gKeyCalls->push_back("release " + Text(static_cast<LUMStringRef>(key)));
+    LUMRelease(key);
+}
+// The same comparison through a function of the test's own: a dictionary
+// with it scans its slots as the definition says, whatever its size.
+Boolean scanningEqual(const void *a, const void *b) { return LUMEqual(a, b); }
+
+void collectSlots(const void *key, const void *value, void *context)
+{
+    static_cast<std::vector<std::pair<std::string, const void *>> *>(context)->push_back({Text(static_cast<LUMStringRef>(key)), value});
+}
+
+std::vector<std::pair<std::string, const void *>> Slots(LUMDictionaryRef d)
+{
+    std::vector<std::pair<std::string, const void *>> slots;
+    LUMDictionaryApplyFunction(d, collectSlots, &slots);
+    return slots;
+}
+
+} // namespace
+
+TEST(LUMDictionary, LargeDictionariesOfStringKeysAnswerAsTheScanDoes)
+{
+    // Random sets, adds, replaces, removes and lookups on a dictionary whose
+    // keys compare with LUMEqual and on its twin comparing through a
+    // function of the test's own (which always scans): every answer, the
+    // slot order, the key callbacks' calls and the allocator's calls agree.
+    const LUMDictionaryKeyCallBacks indexed = {0, loggingKeyRetain, loggingKeyRelease, LUMCopyDescription, LUMEqual, LUMHash};
+    const LUMDictionaryKeyCallBacks scanned = {0, loggingKeyRetain, loggingKeyRelease, LUMCopyDescription, scanningEqual, LUMHash};
+    CountingAllocator countA, countB;
+    LUMMutableDictionaryRef a = LUMDictionaryCreateMutable(countA.allocator, 0, &indexed, &kLUMTypeDictionaryValueCallBacks);
+    LUMMutableDictionaryRef b = LUMDictionaryCreateMutable(countB.allocator, 0, &scanned, &kLUMTypeDictionaryValueCallBacks);
+    std::vector<std::string> callsA, callsB;
+    std::mt19937 random(11);
+    std::vector<LUMTypeRef> values = {kLUMNull, kLUMBooleanTrue, kLUMBooleanFalse};
+    auto keyText = [&random](int range) { return "key" + std::to_string(random() % static_cast<uint32_t>(range)); };
+    auto makeKey = [&random](const std::string &text) -> LUMStringRef {
+        switch (random() % 3) {
+        case 0: return LUMStringCreateWithCString(nullptr, text.c_str(), kLUMStringEncodingUTF8); // byte form
+        case 1: {
+            std::vector<UniChar> units(text.begin(), text.end());
+            return LUMStringCreateWithCharacters(nullptr, units.data(), static_cast<LUMIndex>(units.size())); // unit form
+        }
+        default: {
+            LUMMutableStringRef m = LUMStringCreateMutable(nullptr, 0); // a mutable probe
+            LUMStringAppendCString(m, text.c_str(), kLUMStringEncodingUTF8);
+            return m;
+        }
+        }
+    };
+    for (int step = 0; step < 6000; step++) {
+        int range = step < 3000 ? 400 : 60; // grow well past the index threshold, then churn
+        LUMStringRef key = makeKey(keyText(range));
+        LUMTypeRef value = values[random() % values.size()];
+        unsigned op = random() % 10;
+        bool keyIsMutable = LUMGetTypeID(key) == LUMStringGetTypeID() && reinterpret_cast<const __LUMString *>(key)->isMutable;
+        if (keyIsMutable && op < 6 && step != 4500) op = 6; // mutable keys stay probes, but for once
+        gKeyCalls = &callsA;
+        switch (op) {
+        case 0: case 1: case 2: case 3: LUMDictionarySetValue(a, key, value); break;
+        case 4: LUMDictionaryAddValue(a, key, value); break;
+        case 5: LUMDictionaryReplaceValue(a, key, value); break;
+        case 6: case 7: LUMDictionaryRemoveValue(a, key); break;
+        default: break;
+        }
+        gKeyCalls = &callsB;
+        switch (op) {
+        case 0: case 1: case 2: case 3: LUMDictionarySetValue(b, key, value); break;
+        case 4: LUMDictionaryAddValue(b, key, value); break;
+        case 5: LUMDictionaryReplaceValue(b, key, value); break;
+        case 6: case 7: LUMDictionaryRemoveValue(b, key); break;
+        default: break;
+        }
+        gKeyCalls = nullptr;
+        LUMStringRef probe = makeKey(keyText(range));
+        ASSERT_EQ(LUMDictionaryGetValue(a, probe), LUMDictionaryGetValue(b, probe)) << step;
+        ASSERT_EQ(LUMDictionaryContainsKey(a, probe), LUMDictionaryContainsKey(b, probe)) << step;
+        ASSERT_EQ(LUMDictionaryGetCount(a), LUMDictionaryGetCount(b)) << step;
+        EXPECT_EQ(LUMDictionaryGetValue(a, kLUMNull), nullptr); // not a string: nothing matches
+        if (step % 500 == 0) {
+            ASSERT_EQ(Slots(a), Slots(b)) << step;
+        }
+        if (step == 5000) {
+            LUMDictionaryRemoveAllValues(a);
+            LUMDictionaryRemoveAllValues(b);
+        }
+        LUMRelease(probe);
+        LUMRelease(key);
+    }
+    EXPECT_EQ(Slots(a), Slots(b));
+    EXPECT_EQ(callsA, callsB);
+    ASSERT_EQ(countA.calls.size(), countB.calls.size());
+    for (size_t i = 0; i < countA.calls.size(); i++) {
+        EXPECT_EQ(countA.calls[i].kind, countB.calls[i].kind);
+        EXPECT_EQ(countA.calls[i].size, countB.calls[i].size);
+    }
+    LUMRelease(a);
+    LUMRelease(b);
 }
