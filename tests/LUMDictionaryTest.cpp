@@ -388,23 +388,19 @@ TEST(LUMDictionary, LargeDictionariesOfStringKeysAnswerAsTheScanDoes)
         unsigned op = random() % 10;
         bool keyIsMutable = LUMGetTypeID(key) == LUMStringGetTypeID() && reinterpret_cast<const __LUMString *>(key)->isMutable;
         if (keyIsMutable && op < 6 && step != 4500) op = 6; // mutable keys stay probes, but for once
-        gKeyCalls = &callsA;
-        switch (op) {
-        case 0: case 1: case 2: case 3: LUMDictionarySetValue(a, key, value); break;
-        case 4: LUMDictionaryAddValue(a, key, value); break;
-        case 5: LUMDictionaryReplaceValue(a, key, value); break;
-        case 6: case 7: LUMDictionaryRemoveValue(a, key); break;
-        default: break;
-        }
-        gKeyCalls = &callsB;
-        switch (op) {
-        case 0: case 1: case 2: case 3: LUMDictionarySetValue(b, key, value); break;
-        case 4: LUMDictionaryAddValue(b, key, value); break;
-        case 5: LUMDictionaryReplaceValue(b, key, value); break;
-        case 6: case 7: LUMDictionaryRemoveValue(b, key); break;
-        default: break;
-        }
-        gKeyCalls = nullptr;
+        auto apply = [&](LUMMutableDictionaryRef d, std::vector<std::string> *calls) {
+            gKeyCalls = calls;
+            switch (op) {
+            case 0: case 1: case 2: case 3: LUMDictionarySetValue(d, key, value); break;
+            case 4: LUMDictionaryAddValue(d, key, value); break;
+            case 5: LUMDictionaryReplaceValue(d, key, value); break;
+            case 6: case 7: LUMDictionaryRemoveValue(d, key); break;
+            default: break;
+            }
+            gKeyCalls = nullptr;
+        };
+        apply(a, &callsA);
+        apply(b, &callsB);
         LUMStringRef probe = makeKey(keyText(range));
         ASSERT_EQ(LUMDictionaryGetValue(a, probe), LUMDictionaryGetValue(b, probe)) << step;
         ASSERT_EQ(LUMDictionaryContainsKey(a, probe), LUMDictionaryContainsKey(b, probe)) << step;
