@@ -32,9 +32,15 @@ add_executable(consumer capi.c)
 target_link_libraries(consumer PRIVATE LumBase::LumBase)
 CMAKE
 cp "$src/c/capi.c" "$work/consumer/capi.c"
+# The package is found through the prefix alone, as a user would give it;
+# a cross build uses the toolchain file installed with the package.
 set --
-[ -n "$toolchain" ] && set -- "-DCMAKE_TOOLCHAIN_FILE=$toolchain"
-cmake -S "$work/consumer" -B "$work/consumer/build" -DLumBase_DIR="$libdir/cmake/LumBase" -DCMAKE_C_COMPILER="$cc" "$@" >/dev/null
+[ -n "$toolchain" ] && set -- "-DCMAKE_TOOLCHAIN_FILE=$libdir/cmake/LumBase/$(basename "$toolchain")"
+cmake -S "$work/consumer" -B "$work/consumer/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_C_COMPILER="$cc" "$@" >/dev/null
 cmake --build "$work/consumer/build" >/dev/null
 LD_LIBRARY_PATH="$libdir" $emulator "$work/consumer/build/consumer" | grep -q 'all C API checks passed'
-echo "installed tree works through pkg-config and find_package"
+# Installed examples find the library beside them without LD_LIBRARY_PATH.
+if [ -x "$prefix/libexec/lumbase/demo" ]; then
+  env -u LD_LIBRARY_PATH $emulator "$prefix/libexec/lumbase/demo" | grep -q 'Goodbye from LumBase'
+fi
+echo "installed tree works through pkg-config, find_package by prefix, and installed examples"
