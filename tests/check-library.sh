@@ -30,6 +30,9 @@ for s in $exports; do
   esac
 done
 [ "$count" -gt 100 ] || { echo "only $count exported symbols"; fail=1; }
+# Every export carries the library's symbol version node.
+versioned=$(readelf -W --dyn-syms "$lib" | awk '$7 != "UND" && $8 ~ /@@LUMBASE_0$/' | wc -l)
+[ "$versioned" -eq "$count" ] || { echo "$versioned of $count exports carry the version LUMBASE_0"; fail=1; }
 for s in LUMInitialize LUMStringCreateWithFormat kLUMAllocatorDefault _LUMAssert _kLUMAllocatorConstant; do
   echo "$exports" | grep -qx "$s" || { echo "missing export: $s"; fail=1; }
 done
