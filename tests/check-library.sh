@@ -19,7 +19,7 @@ soname=$(readelf -d "$lib" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p')
 [ "$soname" = "libLumBase.so.0" ] || { echo "SONAME is '$soname'"; fail=1; }
 
 # Defined dynamic symbols, without version tags.
-exports=$(readelf -W --dyn-syms "$lib" | awk '$1 ~ /^[0-9]+:$/ && $7 != "UND" && $5 != "LOCAL" && $8 != "" {print $8}' | sed 's/@.*//' | sort -u)
+exports=$(readelf -W --dyn-syms "$lib" | awk '$1 ~ /^[0-9]+:$/ && $7 != "UND" && $7 != "ABS" && $5 != "LOCAL" && $8 != "" {print $8}' | sed 's/@.*//' | sort -u)
 count=0
 for s in $exports; do
   count=$((count + 1))
