@@ -37,29 +37,61 @@ LUM_EXPORT extern const LUMSetCallBacks kLUMCopyStringSetCallBacks;
 
 typedef void (*LUMSetApplierFunction)(const void *value, void *context);
 
+/* The set class's type ID (registered on first call). */
 LUM_EXPORT LUMTypeID LUMSetGetTypeID(void);
 
-/* Immutable; callBacks must not be NULL. Duplicates are kept. */
+/* An immutable set of numValues values, each stored through callBacks'
+ * retain; callBacks must not be NULL (it is copied without a test).
+ * Duplicates are kept. The caller owns the result; NULL when it cannot be
+ * made. */
 LUM_EXPORT LUMSetRef LUMSetCreate(LUMAllocatorRef allocator, const void **values, LUMIndex numValues, const LUMSetCallBacks *callBacks);
+/* An immutable copy with the source's callbacks; the values are retained
+ * again. The caller owns the result; NULL when it cannot be made. */
 LUM_EXPORT LUMSetRef LUMSetCreateCopy(LUMAllocatorRef allocator, LUMSetRef set);
-/* Empty with 16 slots; a NULL record means raw pointers. */
+/* An empty mutable set with 16 slots; capacity is only a hint; a NULL record
+ * means raw pointers compared by identity. The caller owns the result; NULL
+ * when it cannot be made. */
 LUM_EXPORT LUMMutableSetRef LUMSetCreateMutable(LUMAllocatorRef allocator, LUMIndex capacity, const LUMSetCallBacks *callBacks);
+/* A mutable copy: 16 slots, doubled until the source's slots fit; values
+ * retained again. The caller owns the result; NULL when it cannot be made. */
 LUM_EXPORT LUMMutableSetRef LUMSetCreateMutableCopy(LUMAllocatorRef allocator, LUMIndex capacity, LUMSetRef set);
 
+/* Lookups scan every value and take the last match: equal(candidate, value)
+ * when the record has an equal callback, identity otherwise (no identity
+ * shortcut before equal, no test for NULL values). Values are borrowed. */
+
+/* The number of values. */
 LUM_EXPORT LUMIndex LUMSetGetCount(LUMSetRef set);
+/* 1 when some value matches, else 0. */
 LUM_EXPORT LUMIndex LUMSetGetCountOfValue(LUMSetRef set, const void *value);
+/* Whether some value matches. */
 LUM_EXPORT Boolean LUMSetContainsValue(LUMSetRef set, const void *value);
-/* Writes the stored value (not the candidate) when found. */
+/* Writes the stored value (not the candidate) when found and value is not
+ * NULL; returns whether it was found. */
 LUM_EXPORT Boolean LUMSetGetValueIfPresent(LUMSetRef set, const void *candidate, const void **value);
+/* The stored value matching candidate, or NULL. */
 LUM_EXPORT const void *LUMSetGetValue(LUMSetRef set, const void *candidate);
+/* Copies all values, in slot order, into values (LUMSetGetCount slots). */
 LUM_EXPORT void LUMSetGetValues(LUMSetRef set, const void **values);
+/* Calls applier(value, context) for each value, in slot order. */
 LUM_EXPORT void LUMSetApplyFunction(LUMSetRef set, LUMSetApplierFunction applier, void *context);
 
-/* Only LUMSetAddValue asserts mutability. */
+/* Mutation. Only LUMSetAddValue asserts mutability. The callbacks' retain
+ * and release are called without a test for NULL values. When the block
+ * cannot grow the set is left as it was. */
+
+/* Appends value (retained) unless a matching value is present. Asserts
+ * "set->isMutable". */
 LUM_EXPORT void LUMSetAddValue(LUMMutableSetRef set, const void *value);
+/* When a matching value is present, stores value (retained) in its slot and
+ * releases the old one; otherwise nothing. */
 LUM_EXPORT void LUMSetReplaceValue(LUMMutableSetRef set, const void *value);
+/* Replaces a matching value, or appends value when there is none. */
 LUM_EXPORT void LUMSetSetValue(LUMMutableSetRef set, const void *value);
+/* Releases the last matching value, moves the following values down and
+ * decrements the count (a release callback sees the old count). */
 LUM_EXPORT void LUMSetRemoveValue(LUMMutableSetRef set, const void *value);
+/* From the last value to the first: release, clear the slot, count - 1. */
 LUM_EXPORT void LUMSetRemoveAllValues(LUMMutableSetRef set);
 
 LUM_EXTERN_C_END
