@@ -47,35 +47,67 @@ LUM_EXPORT extern const LUMDictionaryKeyCallBacks kLUMCopyStringDictionaryKeyCal
 
 typedef void (*LUMDictionaryApplierFunction)(const void *key, const void *value, void *context);
 
+/* The dictionary class's type ID (registered on first call). */
 LUM_EXPORT LUMTypeID LUMDictionaryGetTypeID(void);
 
+/* An immutable dictionary of numValues slots holding the entries in order
+ * (each set as LUMDictionarySetValue does; a NULL record stores raw
+ * pointers). The caller owns the result; NULL when it cannot be made. */
 LUM_EXPORT LUMDictionaryRef LUMDictionaryCreate(LUMAllocatorRef allocator, const void **keys, const void **values, LUMIndex numValues, const LUMDictionaryKeyCallBacks *keyCallBacks, const LUMDictionaryValueCallBacks *valueCallBacks);
+/* An immutable copy: every slot at its own position, holes included, keys
+ * and values retained again. The caller owns the result. */
 LUM_EXPORT LUMDictionaryRef LUMDictionaryCreateCopy(LUMAllocatorRef allocator, LUMDictionaryRef dictionary);
-/* An empty mutable dictionary with 10 slots; capacity is only a hint. */
+/* An empty mutable dictionary with 10 slots; capacity is only a hint. The
+ * caller owns the result; NULL when it cannot be made. */
 LUM_EXPORT LUMMutableDictionaryRef LUMDictionaryCreateMutable(LUMAllocatorRef allocator, LUMIndex capacity, const LUMDictionaryKeyCallBacks *keyCallBacks, const LUMDictionaryValueCallBacks *valueCallBacks);
-/* Copies every slot at its own position, holes included. */
+/* Copies every slot at its own position, holes included. The caller owns
+ * the result. */
 LUM_EXPORT LUMMutableDictionaryRef LUMDictionaryCreateMutableCopy(LUMAllocatorRef allocator, LUMIndex capacity, LUMDictionaryRef dictionary);
 
+/* Lookups are defined as a scan of the slots from the first, the lowest
+ * matching slot winning: identical pointers match (a NULL key matches a free
+ * slot), else the key equal callback decides when both keys are non-NULL.
+ * Dictionaries of immutable library strings compared with LUMEqual answer
+ * through a private index of key texts, with the same results. Keys and
+ * values are borrowed. All but GetCountOfKey, GetCountOfValue and
+ * GetKeysAndValues assert that dictionary is a dictionary. */
+
+/* The number of keys counted as present. */
 LUM_EXPORT LUMIndex LUMDictionaryGetCount(LUMDictionaryRef dictionary);
+/* 1 when some slot's key matches key, else 0. */
 LUM_EXPORT LUMIndex LUMDictionaryGetCountOfKey(LUMDictionaryRef dictionary, const void *key);
+/* Whether some slot's key matches key. */
 LUM_EXPORT Boolean LUMDictionaryContainsKey(LUMDictionaryRef dictionary, const void *key);
 /* Counts the slots, free ones included, whose value equals value. */
 LUM_EXPORT LUMIndex LUMDictionaryGetCountOfValue(LUMDictionaryRef dictionary, const void *value);
+/* Whether some slot's value equals value. */
 LUM_EXPORT Boolean LUMDictionaryContainsValue(LUMDictionaryRef dictionary, const void *value);
+/* Whether key is present; when it is, writes its value (maybe NULL). */
 LUM_EXPORT Boolean LUMDictionaryGetValueIfPresent(LUMDictionaryRef dictionary, const void *key, const void **value);
 /* The value, or NULL when absent (indistinguishable from a NULL value). */
 LUM_EXPORT const void *LUMDictionaryGetValue(LUMDictionaryRef dictionary, const void *key);
-/* Both buffers must hold LUMDictionaryGetCount entries. */
+/* Writes the slots that hold a key, in slot order. Both buffers must hold
+ * LUMDictionaryGetCount entries. */
 LUM_EXPORT void LUMDictionaryGetKeysAndValues(LUMDictionaryRef dictionary, const void **keys, const void **values);
+/* Calls applier(key, value, context) for each slot that holds a key, in
+ * slot order (insertion order while nothing has been removed). */
 LUM_EXPORT void LUMDictionaryApplyFunction(LUMDictionaryRef dictionary, LUMDictionaryApplierFunction applier, void *context);
 
-/* Mutation; mutability is never asserted. */
+/* Mutation; mutability is never asserted. When the blocks cannot grow, or
+ * the dictionary has no slots at all, nothing is stored. */
+
+/* A present key gets the new value (retained first, then the old released);
+ * the stored key is kept. A new key takes the first free slot from the
+ * start, retained through the key callbacks. */
 LUM_EXPORT void LUMDictionarySetValue(LUMMutableDictionaryRef dictionary, const void *key, const void *value);
 /* Only when the key is absent. */
 LUM_EXPORT void LUMDictionaryAddValue(LUMMutableDictionaryRef dictionary, const void *key, const void *value);
 /* Only when the key is present. */
 LUM_EXPORT void LUMDictionaryReplaceValue(LUMMutableDictionaryRef dictionary, const void *key, const void *value);
+/* Clears and releases the key and the value of the matching slot, which
+ * stays behind as a hole; nothing happens when the key is absent. */
 LUM_EXPORT void LUMDictionaryRemoveValue(LUMMutableDictionaryRef dictionary, const void *key);
+/* Clears and releases every slot's key and value; the blocks keep their size. */
 LUM_EXPORT void LUMDictionaryRemoveAllValues(LUMMutableDictionaryRef dictionary);
 
 LUM_EXTERN_C_END
