@@ -1097,8 +1097,9 @@ void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringR
     auto note = [&argumentCount](int32_t n) { if (n > argumentCount) argumentCount = n; };
     for (LUMIndex s = 0; s < specCount; s++) {
         FormatSpec &piece = localFormatSpecs[s];
-        // A literal '%' spec with a '*' width or precision numbers them like
-        // any other spec; only its value takes no argument.
+        // "%*%" still takes its '*' width and precision from the arguments,
+        // as every conversion does, so later arguments keep their places;
+        // only the '%' itself takes no value.
         if (piece.widthArgNum == -1) piece.widthArgNum = counter++;
         if (piece.precArgNum == -1) piece.precArgNum = counter++;
         if (piece.mainArgNum == -1 && piece.type != kFormatLiteral) piece.mainArgNum = counter++;

@@ -605,7 +605,7 @@ TEST(LUMRunLoopTimer, RepeatingTimerKeepsFiring)
 
 namespace {
 
-/* Retain counts seen from inside callbacks, against the Parts' accounting. */
+/* Retain counts seen from inside callbacks: exactly the owners' references (caller, modes), none hidden. */
 LUMTypeRef gWatchedObject = nullptr;
 std::vector<LUMIndex> gCountsSeen;
 

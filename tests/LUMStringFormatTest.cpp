@@ -233,7 +233,7 @@ TEST(LUMStringFormat, ThreeOrMoreHsKeepTheWholeWord)
 
 TEST(LUMStringFormat, LiteralPercentNumbersItsStarArguments)
 {
-    // The '*' of a literal spec takes its argument like any other spec.
+    // The '*' of "%*%" takes its argument as every conversion's does.
     EXPECT_EQ(Format("%*%|%d", 7, 42), "%|42");
     EXPECT_EQ(Format("%.*%|%d", 7, 42), "%|42");
     EXPECT_EQ(Format("%*.*%|%d", 7, 3, 42), "%|42");

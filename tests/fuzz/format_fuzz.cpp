@@ -70,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size)
             }
         }
     }
-    if (percents < 10 && size % 5 == 0) format += "%"; // a spec cut short by the end
+    if (percents < 10 && size % 5 == 0) format += "%"; // a conversion cut short by the end
     LUMStringRef formatString = lumfuzz::BytesString(format);
     LUMStringRef object = LUMSTR("object");
     int value = 42;
