@@ -2,7 +2,8 @@
  * cJSON, jansson and json-c, each library building its own tree from the
  * same bytes (and printing its own tree of the same document, unformatted);
  * also an object of 100,000 keys and a string of a megabyte. Families are
- * named JSONRead_<library>/<document> and JSONWrite_<library>/<document>;
+ * named JSONRead_<library>/<document> and JSONWrite_<library>/<document>
+ * (lumbase: the compatible reader and writer; lumjson: the standard ones);
  * scripts/bench prints MB/s and the ratios. Part of LumBase; MIT licence. */
 #include <LumBase.h>
 
@@ -81,6 +82,38 @@ void JSONWrite_lumbase(benchmark::State &state, const char *name)
     LUMRelease(data);
 }
 
+/* The standard JSON functions: JSONRead_lumjson and JSONWrite_lumjson. */
+void JSONRead_lumjson(benchmark::State &state, const char *name)
+{
+    const std::string &text = Document(name);
+    LUMDataRef data = LUMDataCreateWithBytesNoCopy(nullptr, reinterpret_cast<const UInt8 *>(text.data()),
+                                                   static_cast<LUMIndex>(text.size()), kLUMAllocatorNull);
+    for (auto _ : state) {
+        LUMPropertyListRef plist = LUMJSONCreateWithData(nullptr, data, 0, nullptr);
+        if (plist == nullptr) state.SkipWithError("not read");
+        benchmark::DoNotOptimize(plist);
+        LUMRelease(plist);
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+    LUMRelease(data);
+}
+
+void JSONWrite_lumjson(benchmark::State &state, const char *name)
+{
+    const std::string &text = Document(name);
+    LUMDataRef data = LUMDataCreate(nullptr, reinterpret_cast<const UInt8 *>(text.data()), static_cast<LUMIndex>(text.size()));
+    LUMPropertyListRef plist = LUMJSONCreateWithData(nullptr, data, 0, nullptr);
+    int64_t written = 0;
+    for (auto _ : state) {
+        LUMDataRef json = LUMJSONCreateData(nullptr, plist, 0, nullptr);
+        written += LUMDataGetLength(json);
+        LUMRelease(json);
+    }
+    state.SetBytesProcessed(written);
+    LUMRelease(plist);
+    LUMRelease(data);
+}
+
 #ifdef LUM_BENCH_HAVE_LIBCJSON
 void JSONRead_cjson(benchmark::State &state, const char *name)
 {
@@ -136,6 +169,7 @@ void JSONWrite_jansson(benchmark::State &state, const char *name)
 } // namespace
 
 LUM_JSON_BENCH(lumbase);
+LUM_JSON_BENCH(lumjson);
 #ifdef LUM_BENCH_HAVE_LIBCJSON
 LUM_JSON_BENCH(cjson);
 #endif

@@ -30,6 +30,7 @@
 #include <LumBase/LUMReadStream.h>
 #include <LumBase/LUMWriteStream.h>
 #include <LumBase/LUMPropertyList.h>
+#include <LumBase/LUMJSON.h>
 #include <LumBase/LUMSocket.h>
 #include <LumBase/LUMHTTPMessage.h>
 #include <LumBase/LUMHTTPStream.h>

@@ -179,6 +179,17 @@ LUMArrayRef LUMArrayCreate(LUMAllocatorRef allocator, const void **values, LUMIn
     return array;
 }
 
+LUMArrayRef lum::createArrayAdopting(LUMAllocatorRef allocator, const void *const *values, LUMIndex count, bool isMutable)
+{
+    LUMIndex slots = isMutable && count < kMutableInitialSlots ? kMutableInitialSlots : count;
+    __LUMArray *array = createArray(allocator, slots, &kLUMTypeArrayCallBacks, isMutable);
+    if (array == nullptr) return nullptr;
+    array->capacityHint = isMutable ? 0 : count;
+    if (count > 0) memcpy(array->values, values, static_cast<size_t>(count) * sizeof(void *));
+    array->count = count;
+    return array;
+}
+
 LUMArrayRef LUMArrayCreateCopy(LUMAllocatorRef allocator, LUMArrayRef array) { return copyArray(allocator, array, false); }
 
 LUMMutableArrayRef LUMArrayCreateMutable(LUMAllocatorRef allocator, LUMIndex capacity, const LUMArrayCallBacks *callBacks)

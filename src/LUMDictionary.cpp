@@ -452,6 +452,26 @@ LUMDictionaryRef LUMDictionaryCreate(LUMAllocatorRef allocator, const void **key
     return d;
 }
 
+LUMDictionaryRef lum::createDictionaryAdopting(LUMAllocatorRef allocator, const void *const *keys, const void *const *values,
+                                               LUMIndex count, bool isMutable)
+{
+    LUMIndex slots = isMutable && count < kMutableInitialSlots ? kMutableInitialSlots : count;
+    __LUMDictionary *d = createDictionary(allocator, slots, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks, isMutable);
+    if (d == nullptr) return nullptr;
+    if (slots > 0 && (d->keys == nullptr || d->values == nullptr)) {
+        d->slotCount = 0;
+        LUMRelease(d);
+        return nullptr;
+    }
+    // A new dictionary has no key index yet: plain stores are enough.
+    if (count > 0) {
+        memcpy(d->keys, keys, static_cast<size_t>(count) * sizeof(void *));
+        memcpy(d->values, values, static_cast<size_t>(count) * sizeof(void *));
+    }
+    d->count = count;
+    return d;
+}
+
 LUMDictionaryRef LUMDictionaryCreateCopy(LUMAllocatorRef allocator, LUMDictionaryRef dictionary)
 {
     LUM_ASSERT(_LUMTypeCheckValid(dictionary, LUMDictionaryGetTypeID()));

@@ -197,6 +197,25 @@ inline bool elementsEqual(Equal equal, const void *a, const void *b)
     return equal(a, b) != 0;
 }
 
+/* ---- Builders for readers that make whole trees ------------------------
+ * Private shortcuts with the same results as the public calls, minus steps
+ * no caller can see: no retain-release pair for a reference handed over,
+ * and one block where the public creators take two. */
+
+/* An instance of class id followed by extraBytes zeroed bytes, in one block
+ * from allocator (NULL: the default); NULL when there is no memory. */
+LUMTypeRef createInstance(LUMAllocatorRef allocator, LUMTypeID id, size_t extraBytes);
+/* Immutable strings whose text lives in the object's own block. bytes are
+ * ASCII without NUL. */
+LUMStringRef createStringWithASCII(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex length);
+LUMStringRef createStringWithUnits(LUMAllocatorRef allocator, const UniChar *units, LUMIndex length);
+/* An array or dictionary with the library's own callbacks that takes over
+ * one reference to each value (and key) given. Keys must be distinct. On
+ * failure (NULL) the references are still the caller's. */
+LUMArrayRef createArrayAdopting(LUMAllocatorRef allocator, const void *const *values, LUMIndex count, bool isMutable);
+LUMDictionaryRef createDictionaryAdopting(LUMAllocatorRef allocator, const void *const *keys, const void *const *values, LUMIndex count,
+                                          bool isMutable);
+
 } // namespace lum
 
 #endif

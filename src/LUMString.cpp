@@ -460,6 +460,36 @@ LUMStringRef LUMStringCreateWithCharacters(LUMAllocatorRef allocator, const UniC
     return LUMStringCreateWithCharactersNoCopy(allocator, copy, numChars, allocator);
 }
 
+LUMStringRef lum::createStringWithASCII(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex length)
+{
+    auto *ptr = lum::object<__LUMString>(lum::createInstance(allocator, LUMStringGetTypeID(), static_cast<size_t>(length) + 1));
+    if (ptr == nullptr) return nullptr;
+    char *text = reinterpret_cast<char *>(ptr + 1);
+    if (length > 0) memcpy(text, bytes, static_cast<size_t>(length));
+    ptr->buffer = text;
+    ptr->bufferType = _kLUMStringBufferTypeCString;
+    ptr->length = length; // ASCII: one unit per byte
+    ptr->encoding = kLUMStringEncodingUTF8;
+    ptr->contentsDeallocator = kLUMAllocatorNull; // the text goes with the object's block
+    return ptr;
+}
+
+LUMStringRef lum::createStringWithUnits(LUMAllocatorRef allocator, const UniChar *units, LUMIndex length)
+{
+    // Units need their alignment; the record's size keeps it on every platform.
+    static_assert(sizeof(__LUMString) % alignof(UniChar) == 0);
+    auto *ptr = lum::object<__LUMString>(
+        lum::createInstance(allocator, LUMStringGetTypeID(), (static_cast<size_t>(length) + 1) * sizeof(UniChar)));
+    if (ptr == nullptr) return nullptr;
+    auto *copy = reinterpret_cast<UniChar *>(ptr + 1);
+    if (length > 0) memcpy(copy, units, static_cast<size_t>(length) * sizeof(UniChar));
+    ptr->buffer = copy;
+    ptr->bufferType = _kLUMStringBufferTypeUniCharString;
+    ptr->length = length;
+    ptr->contentsDeallocator = kLUMAllocatorNull;
+    return ptr;
+}
+
 LUMStringRef LUMStringCreateWithSubstring(LUMAllocatorRef allocator, LUMStringRef str, LUMRange range)
 {
     const __LUMString *string = stringObject(str);

@@ -91,14 +91,18 @@ Boolean _LUMTypeInitializeInstance(LUMTypeRef memory, LUMAllocatorRef allocator,
     return cls->initialize != nullptr ? cls->initialize(memory) : true;
 }
 
-LUMTypeRef _LUMTypeCreateInstance(LUMAllocatorRef allocator, LUMTypeID id)
+LUMTypeRef _LUMTypeCreateInstance(LUMAllocatorRef allocator, LUMTypeID id) { return lum::createInstance(allocator, id, 0); }
+
+LUMTypeRef lum::createInstance(LUMAllocatorRef allocator, LUMTypeID id, size_t extraBytes)
 {
     const LUMRuntimeClass *cls = _LUMTypeGetClassByID(id);
     if (cls == nullptr) return nullptr;
     if (allocator == nullptr) allocator = LUMAllocatorGetDefault();
-    void *memory = LUMAllocatorAllocate(allocator, static_cast<LUMIndex>(cls->instanceSize), 0);
+    size_t bytes = cls->instanceSize + extraBytes;
+    if (bytes < extraBytes || bytes > static_cast<size_t>(INT32_MAX)) return nullptr;
+    void *memory = LUMAllocatorAllocate(allocator, static_cast<LUMIndex>(bytes), 0);
     if (memory == nullptr) return nullptr;
-    _LUMZeroMemory(memory, cls->instanceSize);
+    _LUMZeroMemory(memory, bytes);
     if (!_LUMTypeInitializeInstance(memory, allocator, id)) {
         // No finalize runs, and the reference taken on the allocator during
         // initialisation is not given back: a failed initialiser leaves the

@@ -1,0 +1,1411 @@
+/* LUMJSON.cpp — standard JSON: a strict reader that builds property lists
+ * with its own stack, and a writer that produces text any JSON reader
+ * takes back unchanged.
+ * Part of LumBase; MIT licence.
+ *
+ * The reader works on the whole document in memory: a stream is read to
+ * its end first. Completed values wait on a value stack (keys on a key
+ * stack) until their container closes; the container is then made in one
+ * step, taking over those references. Every object on the stacks is owned
+ * by the reader until it is handed to its container or to the caller, so
+ * a failure anywhere releases what the stacks hold and nothing else. */
+#define LUM_SOURCE_FILE "src/LUMJSON"
+#include "LUMStringPrivate.h"
+
+#include <cerrno>
+#include <clocale>
+#include <cmath>
+#include <cstdio>
+
+#include <LumBase/LUMArray.h>
+#include <LumBase/LUMBoolean.h>
+#include <LumBase/LUMData.h>
+#include <LumBase/LUMDictionary.h>
+#include <LumBase/LUMError.h>
+#include <LumBase/LUMJSON.h>
+#include <LumBase/LUMNull.h>
+#include <LumBase/LUMNumber.h>
+#include <LumBase/LUMReadStream.h>
+#include <LumBase/LUMString.h>
+#include <LumBase/LUMWriteStream.h>
+
+#include <locale.h>
+
+LUM_CONSTANT_STRING(kLUMJSONErrorDomain, "LUMJSONErrorDomain");
+LUM_CONSTANT_STRING(kLUMJSONErrorByteOffsetKey, "LUMJSONErrorByteOffset");
+LUM_CONSTANT_STRING(kLUMJSONErrorLineKey, "LUMJSONErrorLine");
+LUM_CONSTANT_STRING(kLUMJSONErrorColumnKey, "LUMJSONErrorColumn");
+
+namespace {
+
+/* ---- Scratch memory --------------------------------------------------------
+ * Private to one call and never seen by an allocator: plain malloc. A
+ * failed growth sets `failed` and keeps what is there. */
+
+template <typename T>
+class Stack {
+public:
+    Stack() = default;
+    Stack(const Stack &) = delete;
+    Stack &operator=(const Stack &) = delete;
+    ~Stack() { free(items_); }
+
+    bool push(const T &item)
+    {
+        if (count_ == capacity_ && !grow(count_ + 1)) return false;
+        items_[count_++] = item;
+        return true;
+    }
+    bool reserve(size_t extra) { return count_ + extra <= capacity_ || grow(count_ + extra); }
+    T &top() { return items_[count_ - 1]; }
+    T &operator[](size_t i) { return items_[i]; }
+    T *at(size_t i) { return items_ + i; }
+    size_t size() const { return count_; }
+    bool empty() const { return count_ == 0; }
+    void pop() { count_--; }
+    void truncate(size_t count) { count_ = count; }
+    bool failed() const { return failed_; }
+
+private:
+    bool grow(size_t needed)
+    {
+        size_t capacity = capacity_ < 16 ? 16 : capacity_;
+        while (capacity < needed) {
+            if (capacity > SIZE_MAX / 2 / sizeof(T)) return fail();
+            capacity *= 2;
+        }
+        T *grown = static_cast<T *>(realloc(items_, capacity * sizeof(T)));
+        if (grown == nullptr) return fail();
+        items_ = grown;
+        capacity_ = capacity;
+        return true;
+    }
+    bool fail()
+    {
+        failed_ = true;
+        return false;
+    }
+
+    T *items_ = nullptr;
+    size_t count_ = 0;
+    size_t capacity_ = 0;
+    bool failed_ = false;
+};
+
+/* A growing run of bytes. */
+class Bytes {
+public:
+    Bytes() = default;
+    Bytes(const Bytes &) = delete;
+    Bytes &operator=(const Bytes &) = delete;
+    ~Bytes() { free(bytes_); }
+
+    bool reserve(size_t extra)
+    {
+        if (length_ + extra <= capacity_) return true;
+        size_t capacity = capacity_ < 256 ? 256 : capacity_;
+        while (capacity < length_ + extra) {
+            if (capacity > SIZE_MAX / 2) return fail();
+            capacity *= 2;
+        }
+        auto *grown = static_cast<UInt8 *>(realloc(bytes_, capacity));
+        if (grown == nullptr) return fail();
+        bytes_ = grown;
+        capacity_ = capacity;
+        return true;
+    }
+    bool append(const void *bytes, size_t length)
+    {
+        if (!reserve(length)) return false;
+        if (length > 0) memcpy(bytes_ + length_, bytes, length);
+        length_ += length;
+        return true;
+    }
+    bool append(UInt8 byte) { return append(&byte, 1); }
+    /* Room for extra bytes at end(); commit what was written with grow(). */
+    UInt8 *end() { return bytes_ + length_; }
+    void grow(size_t written) { length_ += written; }
+    const UInt8 *data() const { return bytes_; }
+    UInt8 *data() { return bytes_; }
+    size_t size() const { return length_; }
+    void clear() { length_ = 0; }
+    bool failed() const { return failed_; }
+
+private:
+    bool fail()
+    {
+        failed_ = true;
+        return false;
+    }
+
+    UInt8 *bytes_ = nullptr;
+    size_t length_ = 0;
+    size_t capacity_ = 0;
+    bool failed_ = false;
+};
+
+/* ---- Numbers the same in every C locale ------------------------------------ */
+
+locale_t cLocale()
+{
+    static locale_t locale = nullptr;
+    if (locale == nullptr) locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
+    return locale;
+}
+
+/* Runs the C library's number conversions in the C locale for its lifetime. */
+class CLocaleScope {
+public:
+    CLocaleScope() : previous_(cLocale() != nullptr ? uselocale(cLocale()) : nullptr) {}
+    ~CLocaleScope()
+    {
+        if (previous_ != nullptr) uselocale(previous_);
+    }
+    CLocaleScope(const CLocaleScope &) = delete;
+    CLocaleScope &operator=(const CLocaleScope &) = delete;
+
+private:
+    locale_t previous_;
+};
+
+constexpr double kExactPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                        1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+/* What the grammar pass learnt about a number's digits. */
+struct Decimal {
+    uint64_t mantissa = 0; // the first 19 significant digits
+    int digits = 0;        // how many of them
+    bool truncated = false; // a nonzero digit beyond them
+    int64_t exponent = 0;  // value = mantissa x 10^exponent (before truncation)
+    bool negative = false;
+    bool integral = true;  // no fraction and no exponent part
+};
+
+/* The correctly rounded double of the number text [begin, end). Exact
+ * arithmetic when the digits and the power of ten are both exact doubles
+ * (one rounding); otherwise the C library's correctly rounding strtod. */
+double decimalToDouble(const Decimal &d, const UInt8 *begin, const UInt8 *end)
+{
+    if (d.mantissa == 0 && !d.truncated) return d.negative ? -0.0 : 0.0;
+    if (!d.truncated && d.mantissa <= (uint64_t{1} << 53) && d.exponent >= -22 && d.exponent <= 22) {
+        double value = static_cast<double>(d.mantissa);
+        value = d.exponent < 0 ? value / kExactPowersOfTen[-d.exponent] : value * kExactPowersOfTen[d.exponent];
+        return d.negative ? -value : value;
+    }
+    size_t length = static_cast<size_t>(end - begin);
+    char small[64];
+    char *text = length < sizeof(small) ? small : static_cast<char *>(malloc(length + 1));
+    if (text == nullptr) return NAN;
+    memcpy(text, begin, length);
+    text[length] = '\0';
+    double value = cLocale() != nullptr ? strtod_l(text, nullptr, cLocale()) : strtod(text, nullptr);
+    if (text != small) free(text);
+    return value;
+}
+
+/* ---- UTF-8 ---------------------------------------------------------------- */
+
+/* The length of the valid UTF-8 sequence at p (lead byte >= 0x80), or 0. */
+int validSequenceLength(const UInt8 *p, const UInt8 *end)
+{
+    UInt8 lead = p[0];
+    size_t available = static_cast<size_t>(end - p);
+    auto continuation = [&](size_t i, UInt8 low, UInt8 high) { return i < available && p[i] >= low && p[i] <= high; };
+    if (lead >= 0xC2 && lead <= 0xDF) return continuation(1, 0x80, 0xBF) ? 2 : 0;
+    if (lead >= 0xE0 && lead <= 0xEF) {
+        UInt8 low = lead == 0xE0 ? 0xA0 : 0x80;  // no overlong forms
+        UInt8 high = lead == 0xED ? 0x9F : 0xBF; // no encoded surrogates
+        return continuation(1, low, high) && continuation(2, 0x80, 0xBF) ? 3 : 0;
+    }
+    if (lead >= 0xF0 && lead <= 0xF4) {
+        UInt8 low = lead == 0xF0 ? 0x90 : 0x80;
+        UInt8 high = lead == 0xF4 ? 0x8F : 0xBF; // nothing above U+10FFFF
+        return continuation(1, low, high) && continuation(2, 0x80, 0xBF) && continuation(3, 0x80, 0xBF) ? 4 : 0;
+    }
+    return 0;
+}
+
+int encodeUTF8(uint32_t codePoint, UInt8 *out)
+{
+    if (codePoint < 0x80) {
+        out[0] = static_cast<UInt8>(codePoint);
+        return 1;
+    }
+    if (codePoint < 0x800) {
+        out[0] = static_cast<UInt8>(0xC0 | (codePoint >> 6));
+        out[1] = static_cast<UInt8>(0x80 | (codePoint & 0x3F));
+        return 2;
+    }
+    if (codePoint < 0x10000) {
+        out[0] = static_cast<UInt8>(0xE0 | (codePoint >> 12));
+        out[1] = static_cast<UInt8>(0x80 | ((codePoint >> 6) & 0x3F));
+        out[2] = static_cast<UInt8>(0x80 | (codePoint & 0x3F));
+        return 3;
+    }
+    out[0] = static_cast<UInt8>(0xF0 | (codePoint >> 18));
+    out[1] = static_cast<UInt8>(0x80 | ((codePoint >> 12) & 0x3F));
+    out[2] = static_cast<UInt8>(0x80 | ((codePoint >> 6) & 0x3F));
+    out[3] = static_cast<UInt8>(0x80 | (codePoint & 0x3F));
+    return 4;
+}
+
+/* UTF-16 units of valid UTF-8; units has room for length units. */
+LUMIndex decodeValidUTF8(const UInt8 *p, size_t length, UniChar *units)
+{
+    const UInt8 *end = p + length;
+    LUMIndex count = 0;
+    while (p < end) {
+        UInt8 lead = *p;
+        if (lead < 0x80) {
+            units[count++] = lead;
+            p++;
+        } else if (lead < 0xE0) {
+            units[count++] = static_cast<UniChar>(((lead & 0x1F) << 6) | (p[1] & 0x3F));
+            p += 2;
+        } else if (lead < 0xF0) {
+            units[count++] = static_cast<UniChar>(((lead & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F));
+            p += 3;
+        } else {
+            uint32_t c = ((lead & 0x07u) << 18) | ((p[1] & 0x3Fu) << 12) | ((p[2] & 0x3Fu) << 6) | (p[3] & 0x3Fu);
+            c -= 0x10000;
+            units[count++] = static_cast<UniChar>(0xD800 | (c >> 10));
+            units[count++] = static_cast<UniChar>(0xDC00 | (c & 0x3FF));
+            p += 4;
+        }
+    }
+    return count;
+}
+
+/* ---- Byte classes ---------------------------------------------------------- */
+
+/* Bytes that end a run of plain string text: quote, backslash, control
+ * characters, and every byte of a multi-byte character. */
+constexpr bool endsPlainText(UInt8 c) { return c == '"' || c == '\\' || c < 0x20 || c >= 0x80; }
+
+struct ByteTable {
+    bool entries[256];
+};
+constexpr ByteTable makePlainTextEnds()
+{
+    ByteTable table = {};
+    for (int c = 0; c < 256; c++) table.entries[c] = endsPlainText(static_cast<UInt8>(c));
+    return table;
+}
+constexpr ByteTable kPlainTextEnds = makePlainTextEnds();
+
+constexpr bool isSpace(UInt8 c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+constexpr bool isDigit(UInt8 c) { return c >= '0' && c <= '9'; }
+
+int hexValue(UInt8 c)
+{
+    if (c >= '0' && c <= '9') return c - '0';
+    c = static_cast<UInt8>(c | 0x20);
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+}
+
+/* The first byte at or after p that ends plain text, or end. Eight bytes
+ * at a time while whole words are left. */
+const UInt8 *skipPlainText(const UInt8 *p, const UInt8 *end)
+{
+    constexpr uint64_t ones = 0x0101010101010101ull;
+    constexpr uint64_t highs = 0x8080808080808080ull;
+    while (end - p >= 8) {
+        uint64_t word;
+        memcpy(&word, p, 8);
+        uint64_t quote = word ^ (ones * '"');
+        uint64_t backslash = word ^ (ones * '\\');
+        uint64_t stops = ((quote - ones) & ~quote) | ((backslash - ones) & ~backslash) | (word - ones * 0x20) | word;
+        if ((stops & highs) != 0) break;
+        p += 8;
+    }
+    while (p < end && !kPlainTextEnds.entries[*p]) p++;
+    return p;
+}
+
+/* ---- Where a reading error is ------------------------------------------------ */
+
+struct Failure {
+    LUMIndex code = 0;
+    size_t offset = 0;
+    bool outOfRange = false; // a number too large for a double
+};
+
+/* Line and column (both from 1; a column counts characters, that is bytes
+ * that do not continue a UTF-8 sequence) of offset in bytes. */
+void locate(const UInt8 *bytes, size_t offset, LUMIndex &line, LUMIndex &column)
+{
+    line = 1;
+    column = 1;
+    for (size_t i = 0; i < offset; i++) {
+        if (bytes[i] == '\n') {
+            line++;
+            column = 1;
+        } else if ((bytes[i] & 0xC0) != 0x80) {
+            column++;
+        }
+    }
+}
+
+/* The sentence a reading error reads as. */
+LUMStringRef copyReadingDescription(const Failure &failure, const UInt8 *bytes, size_t length, LUMIndex line, LUMIndex column)
+{
+    char what[64];
+    UInt8 c = failure.offset < length ? bytes[failure.offset] : 0;
+    auto describeByte = [&](const char *prefix, const char *suffix) {
+        if (c > 0x20 && c < 0x7F) snprintf(what, sizeof what, "%scharacter '%c'%s", prefix, c, suffix);
+        else snprintf(what, sizeof what, "%sbyte 0x%02X%s", prefix, c, suffix);
+    };
+    switch (failure.code) {
+    case kLUMJSONErrorUnexpectedCharacter: describeByte("Unexpected ", ""); break;
+    case kLUMJSONErrorTrailingGarbage: describeByte("Unexpected ", " after the value"); break;
+    case kLUMJSONErrorUnexpectedEnd: snprintf(what, sizeof what, "Unexpected end of input"); break;
+    case kLUMJSONErrorInvalidUTF8: snprintf(what, sizeof what, "Invalid UTF-8"); break;
+    case kLUMJSONErrorInvalidEscape: snprintf(what, sizeof what, "Invalid escape"); break;
+    default: snprintf(what, sizeof what, failure.outOfRange ? "Number out of range" : "Invalid number"); break;
+    }
+    char sentence[128];
+    snprintf(sentence, sizeof sentence, "%s at line %ld, column %ld", what, static_cast<long>(line), static_cast<long>(column));
+    return LUMStringCreateWithCString(nullptr, sentence, kLUMStringEncodingUTF8);
+}
+
+/* A new error in the JSON domain; position entries when located. */
+LUMErrorRef createError(LUMAllocatorRef allocator, LUMIndex code, LUMStringRef description, const LUMIndex *position)
+{
+    const void *keys[4] = {kLUMErrorLocalizedDescriptionKey, kLUMJSONErrorByteOffsetKey, kLUMJSONErrorLineKey, kLUMJSONErrorColumnKey};
+    const void *values[4] = {description, nullptr, nullptr, nullptr};
+    LUMIndex count = 1;
+    if (position != nullptr) {
+        for (int i = 0; i < 3; i++) values[1 + i] = LUMNumberCreate(allocator, kLUMNumberLUMIndexType, &position[i]);
+        count = 4;
+    }
+    LUMDictionaryRef userInfo =
+        LUMDictionaryCreate(allocator, keys, values, count, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
+    LUMErrorRef error = LUMErrorCreate(allocator, kLUMJSONErrorDomain, code, userInfo);
+    LUMRelease(userInfo);
+    for (LUMIndex i = 1; i < count; i++) LUMRelease(values[i]);
+    return error;
+}
+
+void reportReadingFailure(LUMAllocatorRef allocator, const Failure &failure, const UInt8 *bytes, size_t length, LUMErrorRef *error)
+{
+    if (error == nullptr) return;
+    LUMIndex position[3] = {static_cast<LUMIndex>(failure.offset), 0, 0};
+    locate(bytes, failure.offset, position[1], position[2]);
+    LUMStringRef description = copyReadingDescription(failure, bytes, length, position[1], position[2]);
+    *error = createError(allocator, failure.code, description, position);
+    LUMRelease(description);
+}
+
+void reportFailure(LUMAllocatorRef allocator, LUMIndex code, const char *sentence, LUMErrorRef *error)
+{
+    if (error == nullptr) return;
+    LUMStringRef description = LUMStringCreateWithCString(nullptr, sentence, kLUMStringEncodingUTF8);
+    *error = createError(allocator, code, description, nullptr);
+    LUMRelease(description);
+}
+
+/* ---- Keys read once, shared by every object that uses them -------------- */
+
+uint64_t hashBytes(const UInt8 *p, size_t length)
+{
+    uint64_t h = 0x9E3779B97F4A7C15ull ^ length;
+    while (length >= 8) {
+        uint64_t word;
+        memcpy(&word, p, 8);
+        h = (h ^ word) * 0xFF51AFD7ED558CCDull;
+        h ^= h >> 32;
+        p += 8;
+        length -= 8;
+    }
+    uint64_t tail = 0;
+    if (length > 0) memcpy(&tail, p, length);
+    h = (h ^ tail) * 0xC4CEB9FE1A85EC53ull;
+    return h ^ (h >> 29);
+}
+
+class KeyTable {
+public:
+    KeyTable() = default;
+    KeyTable(const KeyTable &) = delete;
+    KeyTable &operator=(const KeyTable &) = delete;
+    ~KeyTable()
+    {
+        for (size_t i = 0; i < capacity_; i++) {
+            if (slots_[i].key == nullptr) continue;
+            if (slots_[i].ownsText) free(const_cast<UInt8 *>(slots_[i].text));
+            LUMRelease(slots_[i].key);
+        }
+        free(slots_);
+    }
+
+    /* The key made earlier from these UTF-8 bytes, or NULL. */
+    LUMStringRef find(const UInt8 *text, size_t length, uint64_t hash) const
+    {
+        if (capacity_ == 0) return nullptr;
+        for (size_t i = hash & (capacity_ - 1);; i = (i + 1) & (capacity_ - 1)) {
+            const Slot &slot = slots_[i];
+            if (slot.key == nullptr) return nullptr;
+            if (slot.hash == hash && slot.length == length && memcmp(slot.text, text, length) == 0) return slot.key;
+        }
+    }
+
+    /* Keeps a reference to key under its text; text stays valid as long as
+     * the key when ownsText is false, and is taken over when true. */
+    bool insert(LUMStringRef key, const UInt8 *text, size_t length, uint64_t hash, bool ownsText)
+    {
+        if (2 * (count_ + 1) > capacity_ && !grow()) return false;
+        size_t i = hash & (capacity_ - 1);
+        while (slots_[i].key != nullptr) i = (i + 1) & (capacity_ - 1);
+        slots_[i] = {static_cast<LUMStringRef>(LUMRetain(key)), text, length, hash, ownsText};
+        count_++;
+        return true;
+    }
+
+private:
+    struct Slot {
+        LUMStringRef key;
+        const UInt8 *text;
+        size_t length;
+        uint64_t hash;
+        bool ownsText;
+    };
+
+    bool grow()
+    {
+        size_t capacity = capacity_ == 0 ? 64 : capacity_ * 2;
+        auto *slots = static_cast<Slot *>(calloc(capacity, sizeof(Slot)));
+        if (slots == nullptr) return false;
+        for (size_t i = 0; i < capacity_; i++) {
+            if (slots_[i].key == nullptr) continue;
+            size_t at = slots_[i].hash & (capacity - 1);
+            while (slots[at].key != nullptr) at = (at + 1) & (capacity - 1);
+            slots[at] = slots_[i];
+        }
+        free(slots_);
+        slots_ = slots;
+        capacity_ = capacity;
+        return true;
+    }
+
+    Slot *slots_ = nullptr;
+    size_t capacity_ = 0;
+    size_t count_ = 0;
+};
+
+/* ---- The reader ------------------------------------------------------------ */
+
+class Reader {
+public:
+    Reader(LUMAllocatorRef allocator, const UInt8 *bytes, size_t length, bool mutableContainers)
+        : allocator_(allocator), begin_(bytes), p_(bytes), end_(bytes + length), mutable_(mutableContainers)
+    {
+    }
+    Reader(const Reader &) = delete;
+    Reader &operator=(const Reader &) = delete;
+    ~Reader()
+    {
+        for (size_t i = 0; i < values_.size(); i++) LUMRelease(values_[i]);
+        for (size_t i = 0; i < keys_.size(); i++) LUMRelease(keys_[i]);
+    }
+
+    /* The document's value (the caller owns it), or NULL with failure set. */
+    LUMPropertyListRef read();
+    const Failure &failure() const { return failure_; }
+
+private:
+    struct Frame {
+        size_t firstValue;
+        size_t firstKey;
+        bool isObject;
+    };
+    /* A string's text after escapes: UTF-8 bytes, either in the document
+     * or in text_. */
+    struct Text {
+        const UInt8 *bytes;
+        size_t length;
+        bool plainASCII; // no byte above 127 and no NUL
+    };
+
+    bool fail(LUMIndex code, const UInt8 *at)
+    {
+        if (failure_.code == 0) failure_ = {code, static_cast<size_t>(at - begin_), false};
+        return false;
+    }
+    bool failEnd() { return fail(kLUMJSONErrorUnexpectedEnd, end_); }
+    bool failNoMemory() { return fail(kLUMJSONErrorNoMemory, p_); }
+    bool failUnexpected() { return p_ == end_ ? failEnd() : fail(kLUMJSONErrorUnexpectedCharacter, p_); }
+
+    void skipSpace()
+    {
+        while (p_ < end_ && isSpace(*p_)) p_++;
+    }
+    bool pushValue(LUMTypeRef value)
+    {
+        if (value == nullptr) return failNoMemory();
+        if (values_.push(value)) return true;
+        LUMRelease(value);
+        return failNoMemory();
+    }
+
+    bool readValue();
+    bool readItem();
+    bool openContainer(bool isObject);
+    bool closeContainer();
+    bool readKeyAndColon();
+    bool readText(Text &text);
+    bool readEscapedText(const UInt8 *start, Text &text);
+    bool appendEscape();
+    bool readString();
+    bool readNumber();
+    bool readLiteral(const char *word, size_t length, LUMTypeRef value);
+    LUMStringRef createString(const Text &text);
+    bool removeDuplicateKeys(const void **keys, const void **values, LUMIndex &count);
+
+    LUMAllocatorRef allocator_;
+    const UInt8 *begin_;
+    const UInt8 *p_;
+    const UInt8 *end_;
+    bool mutable_;
+    Failure failure_;
+    Stack<const void *> values_;
+    Stack<const void *> keys_;
+    Stack<Frame> frames_;
+    Bytes text_;
+    Stack<UniChar> units_;
+    KeyTable keyTable_;
+};
+
+LUMPropertyListRef Reader::read()
+{
+    // A UTF-8 byte order mark before the text is ignored, as the RFC allows.
+    if (end_ - p_ >= 3 && p_[0] == 0xEF && p_[1] == 0xBB && p_[2] == 0xBF) p_ += 3;
+    skipSpace();
+    if (!readValue()) return nullptr;
+    while (true) {
+        skipSpace();
+        if (frames_.empty()) break;
+        if (!readItem()) return nullptr;
+    }
+    if (p_ != end_) return fail(kLUMJSONErrorTrailingGarbage, p_), nullptr;
+    LUMPropertyListRef result = values_[0];
+    values_.truncate(0);
+    return result;
+}
+
+/* One step inside the innermost open container: its closing bracket, or
+ * its next element (after a comma unless it is the first), or for an
+ * object its next key, colon and value. */
+bool Reader::readItem()
+{
+    const Frame &frame = frames_.top();
+    bool isObject = frame.isObject;
+    bool first = values_.size() == frame.firstValue;
+    if (p_ == end_) return failEnd();
+    if (*p_ == (isObject ? '}' : ']')) {
+        p_++;
+        return closeContainer();
+    }
+    if (!first) {
+        if (*p_ != ',') return failUnexpected();
+        p_++;
+        skipSpace();
+    }
+    if (isObject && !readKeyAndColon()) return false;
+    return readValue();
+}
+
+/* Reads the value at p_: a scalar is pushed, a container is opened. */
+bool Reader::readValue()
+{
+    if (p_ == end_) return failEnd();
+    switch (*p_) {
+    case '{': return openContainer(true);
+    case '[': return openContainer(false);
+    case '"': return readString();
+    case 't': return readLiteral("true", 4, kLUMBooleanTrue);
+    case 'f': return readLiteral("false", 5, kLUMBooleanFalse);
+    case 'n': return readLiteral("null", 4, kLUMNull);
+    default:
+        if (*p_ == '-' || isDigit(*p_)) return readNumber();
+        return failUnexpected();
+    }
+}
+
+bool Reader::openContainer(bool isObject)
+{
+    p_++;
+    if (!frames_.push({values_.size(), keys_.size(), isObject})) return failNoMemory();
+    return true;
+}
+
+/* Makes the innermost container from what its frame gathered and pushes it
+ * as a value of the one around it. */
+bool Reader::closeContainer()
+{
+    Frame frame = frames_.top();
+    LUMIndex count = static_cast<LUMIndex>(values_.size() - frame.firstValue);
+    const void **values = values_.at(frame.firstValue);
+    LUMTypeRef container;
+    if (frame.isObject) {
+        const void **keys = keys_.at(frame.firstKey);
+        if (!removeDuplicateKeys(keys, values, count)) return failNoMemory();
+        container = lum::createDictionaryAdopting(allocator_, keys, values, count, mutable_);
+        if (container == nullptr) {
+            // The dropped duplicates are gone already; the rest still ours.
+            keys_.truncate(frame.firstKey + static_cast<size_t>(count));
+            values_.truncate(frame.firstValue + static_cast<size_t>(count));
+            return failNoMemory();
+        }
+        keys_.truncate(frame.firstKey);
+    } else {
+        container = lum::createArrayAdopting(allocator_, values, count, mutable_);
+        if (container == nullptr) return failNoMemory();
+    }
+    values_.truncate(frame.firstValue);
+    frames_.pop();
+    return pushValue(container);
+}
+
+/* Keeps the last value of each key, in the place of the key's first
+ * occurrence. Keys of one read are shared objects, so equal text is one
+ * pointer. */
+bool Reader::removeDuplicateKeys(const void **keys, const void **values, LUMIndex &count)
+{
+    constexpr LUMIndex kPairwiseLimit = 24;
+    auto dropAt = [&](LUMIndex first, LUMIndex later) {
+        LUMRelease(values[first]);
+        values[first] = values[later];
+        LUMRelease(keys[later]);
+        for (LUMIndex k = later; k + 1 < count; k++) {
+            keys[k] = keys[k + 1];
+            values[k] = values[k + 1];
+        }
+        count--;
+    };
+    if (count <= kPairwiseLimit) {
+        for (LUMIndex i = 1; i < count; i++) {
+            for (LUMIndex j = 0; j < i; j++) {
+                if (keys[j] != keys[i]) continue;
+                dropAt(j, i);
+                i--;
+                break;
+            }
+        }
+        return true;
+    }
+    // Larger objects: an open-addressed table of first positions.
+    size_t capacity = 64;
+    while (capacity < 2 * static_cast<size_t>(count)) capacity *= 2;
+    auto *slots = static_cast<LUMIndex *>(malloc(capacity * sizeof(LUMIndex)));
+    if (slots == nullptr) return false;
+    memset(slots, 0xFF, capacity * sizeof(LUMIndex));
+    auto slotOf = [&](const void *key) {
+        auto bits = reinterpret_cast<uintptr_t>(key);
+        return static_cast<size_t>((static_cast<uint64_t>(bits) * 0x9E3779B97F4A7C15ull) >> 20) & (capacity - 1);
+    };
+    LUMIndex kept = 0;
+    for (LUMIndex i = 0; i < count; i++) {
+        size_t at = slotOf(keys[i]);
+        while (slots[at] >= 0 && keys[slots[at]] != keys[i]) at = (at + 1) & (capacity - 1);
+        if (slots[at] >= 0) {
+            LUMRelease(values[slots[at]]);
+            values[slots[at]] = values[i];
+            LUMRelease(keys[i]);
+            continue;
+        }
+        slots[at] = kept;
+        keys[kept] = keys[i];
+        values[kept] = values[i];
+        kept++;
+    }
+    free(slots);
+    count = kept;
+    return true;
+}
+
+bool Reader::readKeyAndColon()
+{
+    if (p_ == end_) return failEnd();
+    if (*p_ != '"') return failUnexpected();
+    Text text;
+    if (!readText(text)) return false;
+    uint64_t hash = hashBytes(text.bytes, text.length);
+    LUMStringRef key = keyTable_.find(text.bytes, text.length, hash);
+    if (key != nullptr) {
+        LUMRetain(key);
+    } else {
+        key = createString(text);
+        if (key == nullptr) return failNoMemory();
+        // An ASCII key's text is in its own block; other keys keep a copy.
+        const UInt8 *keyText = text.plainASCII ? static_cast<const UInt8 *>(key->buffer) : nullptr;
+        if (keyText == nullptr) {
+            auto *copy = static_cast<UInt8 *>(malloc(text.length + 1));
+            if (copy != nullptr && text.length > 0) memcpy(copy, text.bytes, text.length);
+            keyText = copy;
+        }
+        if (keyText == nullptr || !keyTable_.insert(key, keyText, text.length, hash, !text.plainASCII)) {
+            if (keyText != nullptr && !text.plainASCII) free(const_cast<UInt8 *>(keyText));
+            LUMRelease(key);
+            return failNoMemory();
+        }
+    }
+    if (!keys_.push(key)) {
+        LUMRelease(key);
+        return failNoMemory();
+    }
+    skipSpace();
+    if (p_ == end_) return failEnd();
+    if (*p_ != ':') return failUnexpected();
+    p_++;
+    skipSpace();
+    return true;
+}
+
+/* Reads the string at p_ (its opening quote) into text. Text without
+ * escapes or multi-byte characters stays where it is in the document. */
+bool Reader::readText(Text &text)
+{
+    const UInt8 *start = ++p_;
+    const UInt8 *stop = skipPlainText(start, end_);
+    if (stop < end_ && *stop == '"') {
+        text = {start, static_cast<size_t>(stop - start), true};
+        p_ = stop + 1;
+        return true;
+    }
+    p_ = stop;
+    return readEscapedText(start, text);
+}
+
+/* The rest of a string whose plain start is [start, p_): escapes decoded
+ * and multi-byte characters checked into text_. */
+bool Reader::readEscapedText(const UInt8 *start, Text &text)
+{
+    text_.clear();
+    bool plainASCII = true;
+    if (!text_.append(start, static_cast<size_t>(p_ - start))) return failNoMemory();
+    while (true) {
+        if (p_ == end_) return failEnd();
+        UInt8 c = *p_;
+        if (c == '"') break;
+        if (c == '\\') {
+            if (!appendEscape()) return false;
+            size_t last = text_.size() - 1;
+            if (text_.data()[last] == 0 || text_.data()[last] >= 0x80) plainASCII = false;
+            continue;
+        }
+        if (c < 0x20) return fail(kLUMJSONErrorUnexpectedCharacter, p_);
+        if (c >= 0x80) {
+            int length = validSequenceLength(p_, end_);
+            if (length == 0) return fail(kLUMJSONErrorInvalidUTF8, p_);
+            if (!text_.append(p_, static_cast<size_t>(length))) return failNoMemory();
+            p_ += length;
+            plainASCII = false;
+            continue;
+        }
+        const UInt8 *run = p_;
+        p_ = skipPlainText(p_, end_);
+        if (!text_.append(run, static_cast<size_t>(p_ - run))) return failNoMemory();
+    }
+    p_++;
+    text = {text_.data(), text_.size(), plainASCII};
+    return true;
+}
+
+/* Decodes the escape at p_ (its backslash) as UTF-8 onto text_. */
+bool Reader::appendEscape()
+{
+    const UInt8 *backslash = p_;
+    if (end_ - p_ < 2) return failEnd();
+    UInt8 c = p_[1];
+    p_ += 2;
+    switch (c) {
+    case '"': return text_.append('"') || failNoMemory();
+    case '\\': return text_.append('\\') || failNoMemory();
+    case '/': return text_.append('/') || failNoMemory();
+    case 'b': return text_.append('\b') || failNoMemory();
+    case 'f': return text_.append('\f') || failNoMemory();
+    case 'n': return text_.append('\n') || failNoMemory();
+    case 'r': return text_.append('\r') || failNoMemory();
+    case 't': return text_.append('\t') || failNoMemory();
+    case 'u': break;
+    default: return fail(kLUMJSONErrorInvalidEscape, backslash);
+    }
+    auto readHex = [&](uint32_t &unit) {
+        if (end_ - p_ < 4) {
+            for (const UInt8 *q = p_; q < end_; q++)
+                if (hexValue(*q) < 0) return fail(kLUMJSONErrorInvalidEscape, backslash);
+            return failEnd();
+        }
+        unit = 0;
+        for (int i = 0; i < 4; i++) {
+            int digit = hexValue(p_[i]);
+            if (digit < 0) return fail(kLUMJSONErrorInvalidEscape, backslash);
+            unit = unit << 4 | static_cast<uint32_t>(digit);
+        }
+        p_ += 4;
+        return true;
+    };
+    uint32_t unit = 0;
+    if (!readHex(unit)) return false;
+    uint32_t codePoint = unit;
+    if (unit >= 0xDC00 && unit <= 0xDFFF) return fail(kLUMJSONErrorInvalidEscape, backslash);
+    if (unit >= 0xD800 && unit <= 0xDBFF) {
+        // Only a low-surrogate escape may follow.
+        if (end_ - p_ < 2) return p_ == end_ || *p_ == '\\' ? failEnd() : fail(kLUMJSONErrorInvalidEscape, backslash);
+        if (p_[0] != '\\' || p_[1] != 'u') return fail(kLUMJSONErrorInvalidEscape, backslash);
+        const UInt8 *second = p_;
+        p_ += 2;
+        uint32_t low = 0;
+        if (!readHex(low)) return false;
+        if (low < 0xDC00 || low > 0xDFFF) return fail(kLUMJSONErrorInvalidEscape, second);
+        codePoint = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+    }
+    UInt8 encoded[4];
+    return text_.append(encoded, static_cast<size_t>(encodeUTF8(codePoint, encoded))) || failNoMemory();
+}
+
+LUMStringRef Reader::createString(const Text &text)
+{
+    if (text.plainASCII) return lum::createStringWithASCII(allocator_, text.bytes, static_cast<LUMIndex>(text.length));
+    units_.truncate(0);
+    if (!units_.reserve(text.length)) return nullptr;
+    LUMIndex count = decodeValidUTF8(text.bytes, text.length, units_.at(0));
+    return lum::createStringWithUnits(allocator_, units_.at(0), count);
+}
+
+bool Reader::readString()
+{
+    Text text;
+    if (!readText(text)) return false;
+    return pushValue(createString(text));
+}
+
+bool Reader::readLiteral(const char *word, size_t length, LUMTypeRef value)
+{
+    for (size_t i = 0; i < length; i++) {
+        if (p_ + i == end_) return failEnd();
+        if (p_[i] != static_cast<UInt8>(word[i])) return fail(kLUMJSONErrorUnexpectedCharacter, p_ + i);
+    }
+    p_ += length;
+    return pushValue(value);
+}
+
+bool Reader::readNumber()
+{
+    const UInt8 *start = p_;
+    Decimal d;
+    auto takeDigit = [&d](UInt8 c, bool fractional) {
+        uint64_t digit = static_cast<uint64_t>(c - '0');
+        if (d.digits == 0 && digit == 0) {
+            if (fractional) d.exponent--;
+        } else if (d.digits < 19) {
+            d.mantissa = d.mantissa * 10 + digit;
+            d.digits++;
+            if (fractional) d.exponent--;
+        } else {
+            d.truncated = d.truncated || digit != 0;
+            if (!fractional) d.exponent++;
+        }
+    };
+    auto requireDigit = [&]() {
+        if (p_ == end_) return failEnd();
+        if (!isDigit(*p_)) return fail(kLUMJSONErrorInvalidNumber, p_);
+        return true;
+    };
+    if (*p_ == '-') {
+        d.negative = true;
+        p_++;
+    }
+    if (!requireDigit()) return false;
+    if (*p_ == '0') {
+        p_++;
+        if (p_ < end_ && isDigit(*p_)) return fail(kLUMJSONErrorInvalidNumber, p_);
+    } else {
+        while (p_ < end_ && isDigit(*p_)) takeDigit(*p_++, false);
+    }
+    if (p_ < end_ && *p_ == '.') {
+        d.integral = false;
+        p_++;
+        if (!requireDigit()) return false;
+        while (p_ < end_ && isDigit(*p_)) takeDigit(*p_++, true);
+    }
+    if (p_ < end_ && (*p_ == 'e' || *p_ == 'E')) {
+        d.integral = false;
+        p_++;
+        bool negativeExponent = false;
+        if (p_ < end_ && (*p_ == '+' || *p_ == '-')) negativeExponent = *p_++ == '-';
+        if (!requireDigit()) return false;
+        int64_t exponent = 0;
+        while (p_ < end_ && isDigit(*p_)) {
+            if (exponent < 1000000) exponent = exponent * 10 + (*p_ - '0');
+            p_++;
+        }
+        d.exponent += negativeExponent ? -exponent : exponent;
+    }
+    if (d.integral && !d.truncated && d.exponent == 0) {
+        uint64_t limit = d.negative ? uint64_t{1} << 63 : (uint64_t{1} << 63) - 1;
+        if (d.mantissa <= limit) {
+            int64_t value = d.negative ? static_cast<int64_t>(0 - d.mantissa) : static_cast<int64_t>(d.mantissa);
+            if (value >= INT32_MIN && value <= INT32_MAX) {
+                int32_t small = static_cast<int32_t>(value);
+                return pushValue(LUMNumberCreate(allocator_, kLUMNumberSInt32Type, &small));
+            }
+            return pushValue(LUMNumberCreate(allocator_, kLUMNumberSInt64Type, &value));
+        }
+    }
+    double value = decimalToDouble(d, start, p_);
+    if (std::isnan(value)) return failNoMemory();
+    if (std::isinf(value)) {
+        fail(kLUMJSONErrorInvalidNumber, start);
+        failure_.outOfRange = true;
+        return false;
+    }
+    return pushValue(LUMNumberCreate(allocator_, kLUMNumberDoubleType, &value));
+}
+
+LUMPropertyListRef readDocument(LUMAllocatorRef allocator, const UInt8 *bytes, size_t length, LUMOptionFlags options, LUMErrorRef *error)
+{
+    if (error != nullptr) *error = nullptr;
+    Reader reader(allocator, bytes, length, (options & kLUMJSONReadingMutableContainers) != 0);
+    LUMPropertyListRef result = reader.read();
+    if (result == nullptr) reportReadingFailure(allocator, reader.failure(), bytes, length, error);
+    return result;
+}
+
+/* ---- The writer ------------------------------------------------------------ */
+
+/* The shortest text (at most 17 significant digits) that reads back as
+ * value, written as a double: ".0" is added where it would read as an
+ * integer. Runs in the C locale. */
+int formatDouble(double value, char (&text)[40])
+{
+    int length = 0;
+    for (int precision = 15; precision <= 17; precision++) {
+        length = snprintf(text, sizeof text, "%.*g", precision, value);
+        if (precision == 17 || strtod(text, nullptr) == value) break;
+    }
+    bool looksIntegral = true;
+    for (int i = 0; i < length; i++) looksIntegral = looksIntegral && (isDigit(static_cast<UInt8>(text[i])) || text[i] == '-');
+    if (looksIntegral) {
+        text[length++] = '.';
+        text[length++] = '0';
+        text[length] = '\0';
+    }
+    return length;
+}
+
+int formatInteger(int64_t value, char (&text)[40])
+{
+    char reversed[24];
+    int count = 0;
+    uint64_t magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+    do {
+        reversed[count++] = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    int length = 0;
+    if (value < 0) text[length++] = '-';
+    while (count > 0) text[length++] = reversed[--count];
+    return length;
+}
+
+/* Code-point order of two strings compared by UTF-16 units: units of
+ * surrogates sort above the rest of the BMP. */
+uint32_t codePointOrder(UniChar unit)
+{
+    if (unit >= 0xD800 && unit <= 0xDFFF) return unit + 0x2000u;
+    if (unit >= 0xE000) return unit - 0x800u;
+    return unit;
+}
+
+int compareKeys(const void *a, const void *b)
+{
+    auto left = *static_cast<LUMStringRef const *>(a);
+    auto right = *static_cast<LUMStringRef const *>(b);
+    LUMIndex leftLength = LUMStringGetLength(left);
+    LUMIndex rightLength = LUMStringGetLength(right);
+    LUMStringInlineBuffer x, y;
+    LUMStringInitInlineBuffer(left, &x, LUMRangeMake(0, leftLength));
+    LUMStringInitInlineBuffer(right, &y, LUMRangeMake(0, rightLength));
+    for (LUMIndex i = 0; i < leftLength && i < rightLength; i++) {
+        uint32_t l = codePointOrder(LUMStringGetCharacterFromInlineBuffer(&x, i));
+        uint32_t r = codePointOrder(LUMStringGetCharacterFromInlineBuffer(&y, i));
+        if (l != r) return l < r ? -1 : 1;
+    }
+    return leftLength < rightLength ? -1 : (leftLength > rightLength ? 1 : 0);
+}
+
+/* The containers being written, to refuse one inside itself. Entries leave
+ * in the reverse order they came, so emptying a slot never breaks a probe
+ * sequence still in use. */
+class OpenContainers {
+public:
+    OpenContainers() = default;
+    OpenContainers(const OpenContainers &) = delete;
+    OpenContainers &operator=(const OpenContainers &) = delete;
+    ~OpenContainers() { free(slots_); }
+
+    /* False when container is open already (or no memory: noMemory set). */
+    bool enter(LUMTypeRef container)
+    {
+        if (2 * (count_ + 1) > capacity_ && !grow()) {
+            noMemory = true;
+            return false;
+        }
+        size_t at = slotOf(container, capacity_);
+        while (slots_[at] != nullptr) {
+            if (slots_[at] == container) return false;
+            at = (at + 1) & (capacity_ - 1);
+        }
+        slots_[at] = container;
+        count_++;
+        return true;
+    }
+    void leave(LUMTypeRef container)
+    {
+        size_t at = slotOf(container, capacity_);
+        while (slots_[at] != container) at = (at + 1) & (capacity_ - 1);
+        slots_[at] = nullptr;
+        count_--;
+    }
+    bool noMemory = false;
+
+private:
+    static size_t slotOf(LUMTypeRef container, size_t capacity)
+    {
+        auto bits = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(container));
+        return static_cast<size_t>((bits * 0x9E3779B97F4A7C15ull) >> 24) & (capacity - 1);
+    }
+    bool grow()
+    {
+        // Re-inserting in slot order is fine: a grown table is rebuilt whole.
+        size_t capacity = capacity_ == 0 ? 32 : capacity_ * 2;
+        auto *slots = static_cast<LUMTypeRef *>(calloc(capacity, sizeof(LUMTypeRef)));
+        if (slots == nullptr) return false;
+        for (size_t i = 0; i < capacity_; i++) {
+            if (slots_[i] == nullptr) continue;
+            size_t at = slotOf(slots_[i], capacity);
+            while (slots[at] != nullptr) at = (at + 1) & (capacity - 1);
+            slots[at] = slots_[i];
+        }
+        free(slots_);
+        slots_ = slots;
+        capacity_ = capacity;
+        return true;
+    }
+
+    LUMTypeRef *slots_ = nullptr;
+    size_t capacity_ = 0;
+    size_t count_ = 0;
+};
+
+class Writer {
+public:
+    explicit Writer(LUMOptionFlags options)
+        : pretty_((options & kLUMJSONWritingPrettyPrinted) != 0), sorted_((options & kLUMJSONWritingSortedKeys) != 0),
+          stringType_(LUMStringGetTypeID()), numberType_(LUMNumberGetTypeID()), booleanType_(LUMBooleanGetTypeID()),
+          nullType_(LUMNullGetTypeID()), arrayType_(LUMArrayGetTypeID()), dictionaryType_(LUMDictionaryGetTypeID())
+    {
+    }
+
+    /* The whole text of root in out(), or false with code() and sentence(). */
+    bool write(LUMTypeRef root);
+    const Bytes &out() const { return out_; }
+    LUMIndex code() const { return code_; }
+    const char *sentence() const { return sentence_; }
+
+private:
+    struct Frame {
+        LUMTypeRef container;
+        size_t firstItem; // keys then values in items_, for a dictionary
+        LUMIndex count;
+        LUMIndex next;
+        bool isObject;
+    };
+
+    bool fail(LUMIndex code, const char *format, const char *detail = "")
+    {
+        code_ = code;
+        snprintf(sentence_, sizeof sentence_, format, detail);
+        return false;
+    }
+    bool failNoMemory() { return fail(kLUMJSONErrorNoMemory, "Out of memory while writing JSON"); }
+    bool put(const char *text, size_t length) { return out_.append(text, length) || failNoMemory(); }
+    bool put(char c) { return out_.append(static_cast<UInt8>(c)) || failNoMemory(); }
+    bool newline(size_t depth)
+    {
+        if (!out_.reserve(1 + 2 * depth)) return failNoMemory();
+        UInt8 *at = out_.end();
+        at[0] = '\n';
+        memset(at + 1, ' ', 2 * depth);
+        out_.grow(1 + 2 * depth);
+        return true;
+    }
+
+    bool writeValue(LUMTypeRef value);
+    bool writeNumber(LUMNumberRef number);
+    bool writeString(LUMStringRef string);
+    template <typename Unit>
+    bool writeQuoted(const Unit *units, LUMIndex count);
+    bool openArray(LUMArrayRef array);
+    bool openDictionary(LUMDictionaryRef dictionary);
+    bool writeNextItem();
+
+    bool pretty_;
+    bool sorted_;
+    LUMTypeID stringType_, numberType_, booleanType_, nullType_, arrayType_, dictionaryType_;
+    Bytes out_;
+    Stack<Frame> frames_;
+    Stack<const void *> items_;
+    Stack<UniChar> units_;
+    OpenContainers open_;
+    LUMIndex code_ = 0;
+    char sentence_[160] = "";
+};
+
+bool Writer::write(LUMTypeRef root)
+{
+    CLocaleScope cLocale;
+    if (!writeValue(root)) return false;
+    while (!frames_.empty()) {
+        if (!writeNextItem()) return false;
+    }
+    return !pretty_ || put('\n');
+}
+
+/* One step in the innermost open container: its next element (with the
+ * separator before it), or its closing bracket. */
+bool Writer::writeNextItem()
+{
+    Frame &frame = frames_.top();
+    if (frame.next == frame.count) {
+        Frame done = frame;
+        frames_.pop();
+        items_.truncate(done.firstItem);
+        open_.leave(done.container);
+        if (pretty_ && !newline(frames_.size())) return false;
+        return put(done.isObject ? '}' : ']');
+    }
+    LUMIndex index = frame.next++;
+    if (index > 0 && !put(',')) return false;
+    if (pretty_ && !newline(frames_.size())) return false;
+    if (!frame.isObject) return writeValue(LUMArrayGetValueAtIndex(static_cast<LUMArrayRef>(frame.container), index));
+    size_t first = frame.firstItem;
+    LUMIndex count = frame.count;
+    // writeString may grow frames_; read everything needed from the frame first.
+    if (!writeString(static_cast<LUMStringRef>(items_[first + static_cast<size_t>(index)]))) return false;
+    if (!put(":", 1) || (pretty_ && !put(' '))) return false;
+    return writeValue(items_[first + static_cast<size_t>(count + index)]);
+}
+
+bool Writer::writeValue(LUMTypeRef value)
+{
+    LUMTypeID type = value != nullptr ? LUMGetTypeID(value) : 0;
+    if (type == stringType_) return writeString(static_cast<LUMStringRef>(value));
+    if (type == numberType_) return writeNumber(static_cast<LUMNumberRef>(value));
+    if (type == booleanType_) return LUMBooleanGetValue(static_cast<LUMBooleanRef>(value)) ? put("true", 4) : put("false", 5);
+    if (type == nullType_) return put("null", 4);
+    if (type == arrayType_) return openArray(static_cast<LUMArrayRef>(value));
+    if (type == dictionaryType_) return openDictionary(static_cast<LUMDictionaryRef>(value));
+    const LUMRuntimeClass *cls = value != nullptr ? _LUMTypeGetClass(value) : nullptr;
+    return fail(kLUMJSONErrorInvalidValue, "Cannot write a value of class %s as JSON", cls != nullptr ? cls->className : "NULL");
+}
+
+bool Writer::writeNumber(LUMNumberRef number)
+{
+    char text[40];
+    int length;
+    if (LUMNumberIsFloatType(number)) {
+        double value = 0;
+        LUMNumberGetValue(number, kLUMNumberDoubleType, &value);
+        if (!std::isfinite(value)) return fail(kLUMJSONErrorInvalidValue, "Cannot write a NaN or infinite number as JSON");
+        length = formatDouble(value, text);
+    } else {
+        int64_t value = 0;
+        LUMNumberGetValue(number, kLUMNumberSInt64Type, &value);
+        length = formatInteger(value, text);
+    }
+    return put(text, static_cast<size_t>(length));
+}
+
+bool Writer::writeString(LUMStringRef string)
+{
+    const __LUMString *s = static_cast<const __LUMString *>(string);
+    if (s->bufferType == _kLUMStringBufferTypeCString) {
+        // ASCII byte form is written from its bytes; anything else by units.
+        const auto *bytes = static_cast<const UInt8 *>(s->buffer);
+        bool ascii = true;
+        for (LUMIndex i = 0; i < s->length && ascii; i++) ascii = bytes[i] < 0x80;
+        if (ascii) return writeQuoted(bytes, s->length);
+    }
+    const UniChar *units = LUMStringGetCharactersPtr(string);
+    if (units != nullptr) return writeQuoted(units, s->length);
+    units_.truncate(0);
+    if (!units_.reserve(static_cast<size_t>(s->length) + 1)) return failNoMemory();
+    LUMStringGetCharacters(string, LUMRangeMake(0, s->length), units_.at(0));
+    return writeQuoted(units_.at(0), s->length);
+}
+
+/* Quoted UTF-8 of ASCII bytes or UTF-16 units, escaping only what JSON
+ * requires. */
+template <typename Unit>
+bool Writer::writeQuoted(const Unit *units, LUMIndex count)
+{
+    static constexpr char kHex[] = "0123456789abcdef";
+    // Each unit takes at most 6 bytes (\u001f; a surrogate pair 4 for two).
+    if (!out_.reserve(6 * static_cast<size_t>(count) + 2)) return failNoMemory();
+    UInt8 *start = out_.end();
+    UInt8 *at = start;
+    *at++ = '"';
+    for (LUMIndex i = 0; i < count; i++) {
+        UniChar unit = units[i];
+        if (unit >= 0x20 && unit < 0x80 && unit != '"' && unit != '\\') {
+            *at++ = static_cast<UInt8>(unit);
+        } else if (unit < 0x80) {
+            *at++ = '\\';
+            switch (unit) {
+            case '"': *at++ = '"'; break;
+            case '\\': *at++ = '\\'; break;
+            case '\b': *at++ = 'b'; break;
+            case '\f': *at++ = 'f'; break;
+            case '\n': *at++ = 'n'; break;
+            case '\r': *at++ = 'r'; break;
+            case '\t': *at++ = 't'; break;
+            default:
+                *at++ = 'u';
+                *at++ = '0';
+                *at++ = '0';
+                *at++ = kHex[unit >> 4];
+                *at++ = kHex[unit & 0xF];
+            }
+        } else if (unit >= 0xD800 && unit <= 0xDFFF) {
+            bool paired = unit <= 0xDBFF && i + 1 < count && units[i + 1] >= 0xDC00 && units[i + 1] <= 0xDFFF;
+            if (!paired) return fail(kLUMJSONErrorInvalidValue, "Cannot write a string with an unpaired surrogate as JSON");
+            uint32_t codePoint = 0x10000 + ((unit - 0xD800u) << 10) + (static_cast<uint32_t>(units[++i]) - 0xDC00u);
+            at += encodeUTF8(codePoint, at);
+        } else {
+            at += encodeUTF8(unit, at);
+        }
+    }
+    *at++ = '"';
+    out_.grow(static_cast<size_t>(at - start));
+    return true;
+}
+
+bool Writer::openArray(LUMArrayRef array)
+{
+    LUMIndex count = LUMArrayGetCount(array);
+    if (count == 0) return put("[]", 2);
+    if (!open_.enter(array)) {
+        if (open_.noMemory) return failNoMemory();
+        return fail(kLUMJSONErrorInvalidValue, "Cannot write a container that contains itself as JSON");
+    }
+    if (!frames_.push({array, items_.size(), count, 0, false})) return failNoMemory();
+    return put('[');
+}
+
+bool Writer::openDictionary(LUMDictionaryRef dictionary)
+{
+    LUMIndex count = LUMDictionaryGetCount(dictionary);
+    if (count == 0) return put("{}", 2);
+    if (!open_.enter(dictionary)) {
+        if (open_.noMemory) return failNoMemory();
+        return fail(kLUMJSONErrorInvalidValue, "Cannot write a container that contains itself as JSON");
+    }
+    size_t first = items_.size();
+    if (!items_.reserve(2 * static_cast<size_t>(count))) return failNoMemory();
+    const void **keys = items_.at(first);
+    const void **values = keys + count;
+    LUMDictionaryGetKeysAndValues(dictionary, keys, values);
+    items_.truncate(first + 2 * static_cast<size_t>(count));
+    for (LUMIndex i = 0; i < count; i++) {
+        if (keys[i] != nullptr && LUMGetTypeID(keys[i]) == stringType_) continue;
+        const LUMRuntimeClass *cls = keys[i] != nullptr ? _LUMTypeGetClass(keys[i]) : nullptr;
+        return fail(kLUMJSONErrorInvalidValue, "Cannot write a dictionary key of class %s as JSON", cls != nullptr ? cls->className : "NULL");
+    }
+    if (sorted_ && count > 1) {
+        // Sort (key, value) pairs together: gather, sort the pairs, spread.
+        Stack<const void *> pairs;
+        if (!pairs.reserve(2 * static_cast<size_t>(count))) return failNoMemory();
+        const void **pair = pairs.at(0);
+        for (LUMIndex i = 0; i < count; i++) {
+            pair[2 * i] = keys[i];
+            pair[2 * i + 1] = values[i];
+        }
+        qsort(pair, static_cast<size_t>(count), 2 * sizeof(void *), compareKeys);
+        for (LUMIndex i = 0; i < count; i++) {
+            keys[i] = pair[2 * i];
+            values[i] = pair[2 * i + 1];
+        }
+    }
+    if (!frames_.push({dictionary, first, count, 0, true})) return failNoMemory();
+    return put('{');
+}
+
+/* The text of plist, or false with the error reported. */
+bool writeDocument(Writer &writer, LUMAllocatorRef allocator, LUMPropertyListRef plist, LUMErrorRef *error)
+{
+    if (error != nullptr) *error = nullptr;
+    if (writer.write(plist)) return true;
+    reportFailure(allocator, writer.code(), writer.sentence(), error);
+    return false;
+}
+
+} // namespace
+
+LUMPropertyListRef LUMJSONCreateWithData(LUMAllocatorRef allocator, LUMDataRef data, LUMOptionFlags options, LUMErrorRef *error)
+{
+    LUM_ASSERT(_LUMTypeCheckValid(data, LUMDataGetTypeID()));
+    return readDocument(allocator, LUMDataGetBytePtr(data), static_cast<size_t>(LUMDataGetLength(data)), options, error);
+}
+
+LUMPropertyListRef LUMJSONCreateWithStream(LUMAllocatorRef allocator, LUMReadStreamRef stream, LUMOptionFlags options, LUMErrorRef *error)
+{
+    LUM_ASSERT(_LUMTypeCheckValid(stream, LUMReadStreamGetTypeID()));
+    if (error != nullptr) *error = nullptr;
+    Bytes document;
+    while (true) {
+        if (!document.reserve(16384)) {
+            reportFailure(allocator, kLUMJSONErrorNoMemory, "Out of memory while reading JSON", error);
+            return nullptr;
+        }
+        LUMIndex read = LUMReadStreamRead(stream, document.end(), 16384);
+        if (read == 0) break;
+        if (read < 0) {
+            reportFailure(allocator, kLUMJSONErrorStream, "The stream could not be read", error);
+            return nullptr;
+        }
+        document.grow(static_cast<size_t>(read));
+    }
+    return readDocument(allocator, document.data(), document.size(), options, error);
+}
+
+LUMDataRef LUMJSONCreateData(LUMAllocatorRef allocator, LUMPropertyListRef plist, LUMOptionFlags options, LUMErrorRef *error)
+{
+    Writer writer(options);
+    if (!writeDocument(writer, allocator, plist, error)) return nullptr;
+    LUMDataRef data = LUMDataCreate(allocator, writer.out().data(), static_cast<LUMIndex>(writer.out().size()));
+    if (data == nullptr) reportFailure(allocator, kLUMJSONErrorNoMemory, "Out of memory while writing JSON", error);
+    return data;
+}
+
+LUMIndex LUMJSONWrite(LUMPropertyListRef plist, LUMWriteStreamRef stream, LUMOptionFlags options, LUMErrorRef *error)
+{
+    LUM_ASSERT(_LUMTypeCheckValid(stream, LUMWriteStreamGetTypeID()));
+    Writer writer(options);
+    if (!writeDocument(writer, nullptr, plist, error)) return 0;
+    const UInt8 *bytes = writer.out().data();
+    size_t length = writer.out().size();
+    size_t written = 0;
+    while (written < length) {
+        size_t chunk = length - written < 65536 ? length - written : 65536;
+        LUMIndex taken = LUMWriteStreamWrite(stream, bytes + written, static_cast<LUMIndex>(chunk));
+        if (taken <= 0) {
+            reportFailure(nullptr, kLUMJSONErrorStream, "The stream did not take the JSON text", error);
+            return 0;
+        }
+        written += static_cast<size_t>(taken);
+    }
+    return static_cast<LUMIndex>(written);
+}
