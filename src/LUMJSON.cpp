@@ -369,39 +369,41 @@ LUMStringRef copyReadingDescription(const Failure &failure, const UInt8 *bytes, 
     return LUMStringCreateWithCString(nullptr, sentence, kLUMStringEncodingUTF8);
 }
 
-/* A new error in the JSON domain; position entries when located. */
-LUMErrorRef createError(LUMAllocatorRef allocator, LUMIndex code, LUMStringRef description, const LUMIndex *position)
+/* A new error in the JSON domain; position entries when located. Made with
+ * the default allocator, so that a caller's allocator that ran out still
+ * gets its error. */
+LUMErrorRef createError(LUMIndex code, LUMStringRef description, const LUMIndex *position)
 {
     const void *keys[4] = {kLUMErrorLocalizedDescriptionKey, kLUMJSONErrorByteOffsetKey, kLUMJSONErrorLineKey, kLUMJSONErrorColumnKey};
     const void *values[4] = {description, nullptr, nullptr, nullptr};
     LUMIndex count = 1;
     if (position != nullptr) {
-        for (int i = 0; i < 3; i++) values[1 + i] = LUMNumberCreate(allocator, kLUMNumberLUMIndexType, &position[i]);
+        for (int i = 0; i < 3; i++) values[1 + i] = LUMNumberCreate(nullptr, kLUMNumberLUMIndexType, &position[i]);
         count = 4;
     }
     LUMDictionaryRef userInfo =
-        LUMDictionaryCreate(allocator, keys, values, count, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
-    LUMErrorRef error = LUMErrorCreate(allocator, kLUMJSONErrorDomain, code, userInfo);
+        LUMDictionaryCreate(nullptr, keys, values, count, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
+    LUMErrorRef error = LUMErrorCreate(nullptr, kLUMJSONErrorDomain, code, userInfo);
     LUMRelease(userInfo);
     for (LUMIndex i = 1; i < count; i++) LUMRelease(values[i]);
     return error;
 }
 
-void reportReadingFailure(LUMAllocatorRef allocator, const Failure &failure, const UInt8 *bytes, size_t length, LUMErrorRef *error)
+void reportReadingFailure(const Failure &failure, const UInt8 *bytes, size_t length, LUMErrorRef *error)
 {
     if (error == nullptr) return;
     LUMIndex position[3] = {static_cast<LUMIndex>(failure.offset), 0, 0};
     locate(bytes, failure.offset, position[1], position[2]);
     LUMStringRef description = copyReadingDescription(failure, bytes, length, position[1], position[2]);
-    *error = createError(allocator, failure.code, description, position);
+    *error = createError(failure.code, description, position);
     LUMRelease(description);
 }
 
-void reportFailure(LUMAllocatorRef allocator, LUMIndex code, const char *sentence, LUMErrorRef *error)
+void reportFailure(LUMIndex code, const char *sentence, LUMErrorRef *error)
 {
     if (error == nullptr) return;
     LUMStringRef description = LUMStringCreateWithCString(nullptr, sentence, kLUMStringEncodingUTF8);
-    *error = createError(allocator, code, description, nullptr);
+    *error = createError(code, description, nullptr);
     LUMRelease(description);
 }
 
@@ -969,7 +971,7 @@ LUMPropertyListRef readDocument(LUMAllocatorRef allocator, const UInt8 *bytes, s
     if (error != nullptr) *error = nullptr;
     Reader reader(allocator, bytes, length, (options & kLUMJSONReadingMutableContainers) != 0);
     LUMPropertyListRef result = reader.read();
-    if (result == nullptr) reportReadingFailure(allocator, reader.failure(), bytes, length, error);
+    if (result == nullptr) reportReadingFailure(reader.failure(), bytes, length, error);
     return result;
 }
 
@@ -1344,11 +1346,11 @@ bool Writer::openDictionary(LUMDictionaryRef dictionary)
 }
 
 /* The text of plist, or false with the error reported. */
-bool writeDocument(Writer &writer, LUMAllocatorRef allocator, LUMPropertyListRef plist, LUMErrorRef *error)
+bool writeDocument(Writer &writer, LUMPropertyListRef plist, LUMErrorRef *error)
 {
     if (error != nullptr) *error = nullptr;
     if (writer.write(plist)) return true;
-    reportFailure(allocator, writer.code(), writer.sentence(), error);
+    reportFailure(writer.code(), writer.sentence(), error);
     return false;
 }
 
@@ -1367,13 +1369,13 @@ LUMPropertyListRef LUMJSONCreateWithStream(LUMAllocatorRef allocator, LUMReadStr
     Bytes document;
     while (true) {
         if (!document.reserve(16384)) {
-            reportFailure(allocator, kLUMJSONErrorNoMemory, "Out of memory while reading JSON", error);
+            reportFailure(kLUMJSONErrorNoMemory, "Out of memory while reading JSON", error);
             return nullptr;
         }
         LUMIndex read = LUMReadStreamRead(stream, document.end(), 16384);
         if (read == 0) break;
         if (read < 0) {
-            reportFailure(allocator, kLUMJSONErrorStream, "The stream could not be read", error);
+            reportFailure(kLUMJSONErrorStream, "The stream could not be read", error);
             return nullptr;
         }
         document.grow(static_cast<size_t>(read));
@@ -1384,9 +1386,9 @@ LUMPropertyListRef LUMJSONCreateWithStream(LUMAllocatorRef allocator, LUMReadStr
 LUMDataRef LUMJSONCreateData(LUMAllocatorRef allocator, LUMPropertyListRef plist, LUMOptionFlags options, LUMErrorRef *error)
 {
     Writer writer(options);
-    if (!writeDocument(writer, allocator, plist, error)) return nullptr;
+    if (!writeDocument(writer, plist, error)) return nullptr;
     LUMDataRef data = LUMDataCreate(allocator, writer.out().data(), static_cast<LUMIndex>(writer.out().size()));
-    if (data == nullptr) reportFailure(allocator, kLUMJSONErrorNoMemory, "Out of memory while writing JSON", error);
+    if (data == nullptr) reportFailure(kLUMJSONErrorNoMemory, "Out of memory while writing JSON", error);
     return data;
 }
 
@@ -1394,7 +1396,7 @@ LUMIndex LUMJSONWrite(LUMPropertyListRef plist, LUMWriteStreamRef stream, LUMOpt
 {
     LUM_ASSERT(_LUMTypeCheckValid(stream, LUMWriteStreamGetTypeID()));
     Writer writer(options);
-    if (!writeDocument(writer, nullptr, plist, error)) return 0;
+    if (!writeDocument(writer, plist, error)) return 0;
     const UInt8 *bytes = writer.out().data();
     size_t length = writer.out().size();
     size_t written = 0;
@@ -1402,7 +1404,7 @@ LUMIndex LUMJSONWrite(LUMPropertyListRef plist, LUMWriteStreamRef stream, LUMOpt
         size_t chunk = length - written < 65536 ? length - written : 65536;
         LUMIndex taken = LUMWriteStreamWrite(stream, bytes + written, static_cast<LUMIndex>(chunk));
         if (taken <= 0) {
-            reportFailure(nullptr, kLUMJSONErrorStream, "The stream did not take the JSON text", error);
+            reportFailure(kLUMJSONErrorStream, "The stream did not take the JSON text", error);
             return 0;
         }
         written += static_cast<size_t>(taken);

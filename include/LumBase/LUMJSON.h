@@ -35,7 +35,9 @@
  * the objects of the result come from the allocator given.
  *
  * Errors. Bad input is never fatal: the result is NULL, nothing leaks, and
- * when error is not NULL it receives a new error (the caller releases it) in
+ * when error is not NULL it receives a new error (the caller releases it;
+ * it is made with the default allocator, so that an allocator that ran out
+ * still yields one) in
  * kLUMJSONErrorDomain with one of the codes below and, for the reader, the
  * user-info keys kLUMJSONErrorByteOffsetKey (offset of the offending byte
  * from the start of the document), kLUMJSONErrorLineKey and
