@@ -977,24 +977,299 @@ LUMPropertyListRef readDocument(LUMAllocatorRef allocator, const UInt8 *bytes, s
 
 /* ---- The writer ------------------------------------------------------------ */
 
-/* The shortest text (at most 17 significant digits) that reads back as
- * value, written as a double: ".0" is added where it would read as an
- * integer. Runs in the C locale. */
-int formatDouble(double value, char (&text)[40])
+/* ---- Shortest round-trip digits of a double ----------------------------------
+ * Grisu3 (Loitsch, "Printing floating-point numbers quickly and accurately
+ * with integers"): digits are generated from 64-bit approximations of the
+ * value and of the two boundaries of its rounding interval, scaled by a
+ * cached power of ten. It yields the shortest digits that read back as the
+ * value and, among those, the closest to it; for the few values where it
+ * cannot prove that (about one in two hundred), it says so and the C
+ * library is asked instead. */
+
+struct DiyFp {
+    uint64_t f;
+    int e;
+};
+
+DiyFp multiply(DiyFp x, DiyFp y)
 {
-    int length = 0;
-    for (int precision = 15; precision <= 17; precision++) {
-        length = snprintf(text, sizeof text, "%.*g", precision, value);
+    // The upper 64 bits of the 128-bit product, rounded; 32-bit halves so
+    // that 32-bit targets need no 128-bit type.
+    constexpr uint64_t kLow = 0xFFFFFFFFu;
+    uint64_t a = x.f >> 32, b = x.f & kLow, c = y.f >> 32, d = y.f & kLow;
+    uint64_t ac = a * c, bc = b * c, ad = a * d, bd = b * d;
+    uint64_t middle = (bd >> 32) + (ad & kLow) + (bc & kLow) + (uint64_t{1} << 31);
+    return {ac + (ad >> 32) + (bc >> 32) + (middle >> 32), x.e + y.e + 64};
+}
+
+DiyFp normalized(DiyFp x)
+{
+    while ((x.f & (uint64_t{1} << 63)) == 0) {
+        x.f <<= 1;
+        x.e--;
+    }
+    return x;
+}
+
+struct CachedPower {
+    uint64_t significand;
+    int16_t binaryExponent;
+    int16_t decimalExponent;
+};
+
+/* 10^k for k = -348, -340, ..., 340, rounded to 64-bit significands. */
+constexpr CachedPower kCachedPowers[] = {
+    {0xFA8FD5A0081C0288ULL, -1220, -348},
+    {0xBAAEE17FA23EBF76ULL, -1193, -340},
+    {0x8B16FB203055AC76ULL, -1166, -332},
+    {0xCF42894A5DCE35EAULL, -1140, -324},
+    {0x9A6BB0AA55653B2DULL, -1113, -316},
+    {0xE61ACF033D1A45DFULL, -1087, -308},
+    {0xAB70FE17C79AC6CAULL, -1060, -300},
+    {0xFF77B1FCBEBCDC4FULL, -1034, -292},
+    {0xBE5691EF416BD60CULL, -1007, -284},
+    {0x8DD01FAD907FFC3CULL, -980, -276},
+    {0xD3515C2831559A83ULL, -954, -268},
+    {0x9D71AC8FADA6C9B5ULL, -927, -260},
+    {0xEA9C227723EE8BCBULL, -901, -252},
+    {0xAECC49914078536DULL, -874, -244},
+    {0x823C12795DB6CE57ULL, -847, -236},
+    {0xC21094364DFB5637ULL, -821, -228},
+    {0x9096EA6F3848984FULL, -794, -220},
+    {0xD77485CB25823AC7ULL, -768, -212},
+    {0xA086CFCD97BF97F4ULL, -741, -204},
+    {0xEF340A98172AACE5ULL, -715, -196},
+    {0xB23867FB2A35B28EULL, -688, -188},
+    {0x84C8D4DFD2C63F3BULL, -661, -180},
+    {0xC5DD44271AD3CDBAULL, -635, -172},
+    {0x936B9FCEBB25C996ULL, -608, -164},
+    {0xDBAC6C247D62A584ULL, -582, -156},
+    {0xA3AB66580D5FDAF6ULL, -555, -148},
+    {0xF3E2F893DEC3F126ULL, -529, -140},
+    {0xB5B5ADA8AAFF80B8ULL, -502, -132},
+    {0x87625F056C7C4A8BULL, -475, -124},
+    {0xC9BCFF6034C13053ULL, -449, -116},
+    {0x964E858C91BA2655ULL, -422, -108},
+    {0xDFF9772470297EBDULL, -396, -100},
+    {0xA6DFBD9FB8E5B88FULL, -369, -92},
+    {0xF8A95FCF88747D94ULL, -343, -84},
+    {0xB94470938FA89BCFULL, -316, -76},
+    {0x8A08F0F8BF0F156BULL, -289, -68},
+    {0xCDB02555653131B6ULL, -263, -60},
+    {0x993FE2C6D07B7FACULL, -236, -52},
+    {0xE45C10C42A2B3B06ULL, -210, -44},
+    {0xAA242499697392D3ULL, -183, -36},
+    {0xFD87B5F28300CA0EULL, -157, -28},
+    {0xBCE5086492111AEBULL, -130, -20},
+    {0x8CBCCC096F5088CCULL, -103, -12},
+    {0xD1B71758E219652CULL, -77, -4},
+    {0x9C40000000000000ULL, -50, 4},
+    {0xE8D4A51000000000ULL, -24, 12},
+    {0xAD78EBC5AC620000ULL, 3, 20},
+    {0x813F3978F8940984ULL, 30, 28},
+    {0xC097CE7BC90715B3ULL, 56, 36},
+    {0x8F7E32CE7BEA5C70ULL, 83, 44},
+    {0xD5D238A4ABE98068ULL, 109, 52},
+    {0x9F4F2726179A2245ULL, 136, 60},
+    {0xED63A231D4C4FB27ULL, 162, 68},
+    {0xB0DE65388CC8ADA8ULL, 189, 76},
+    {0x83C7088E1AAB65DBULL, 216, 84},
+    {0xC45D1DF942711D9AULL, 242, 92},
+    {0x924D692CA61BE758ULL, 269, 100},
+    {0xDA01EE641A708DEAULL, 295, 108},
+    {0xA26DA3999AEF774AULL, 322, 116},
+    {0xF209787BB47D6B85ULL, 348, 124},
+    {0xB454E4A179DD1877ULL, 375, 132},
+    {0x865B86925B9BC5C2ULL, 402, 140},
+    {0xC83553C5C8965D3DULL, 428, 148},
+    {0x952AB45CFA97A0B3ULL, 455, 156},
+    {0xDE469FBD99A05FE3ULL, 481, 164},
+    {0xA59BC234DB398C25ULL, 508, 172},
+    {0xF6C69A72A3989F5CULL, 534, 180},
+    {0xB7DCBF5354E9BECEULL, 561, 188},
+    {0x88FCF317F22241E2ULL, 588, 196},
+    {0xCC20CE9BD35C78A5ULL, 614, 204},
+    {0x98165AF37B2153DFULL, 641, 212},
+    {0xE2A0B5DC971F303AULL, 667, 220},
+    {0xA8D9D1535CE3B396ULL, 694, 228},
+    {0xFB9B7CD9A4A7443CULL, 720, 236},
+    {0xBB764C4CA7A44410ULL, 747, 244},
+    {0x8BAB8EEFB6409C1AULL, 774, 252},
+    {0xD01FEF10A657842CULL, 800, 260},
+    {0x9B10A4E5E9913129ULL, 827, 268},
+    {0xE7109BFBA19C0C9DULL, 853, 276},
+    {0xAC2820D9623BF429ULL, 880, 284},
+    {0x80444B5E7AA7CF85ULL, 907, 292},
+    {0xBF21E44003ACDD2DULL, 933, 300},
+    {0x8E679C2F5E44FF8FULL, 960, 308},
+    {0xD433179D9C8CB841ULL, 986, 316},
+    {0x9E19DB92B4E31BA9ULL, 1013, 324},
+    {0xEB96BF6EBADF77D9ULL, 1039, 332},
+    {0xAF87023B9BF0EE6BULL, 1066, 340}
+};
+constexpr int kCachedPowersOffset = 348;
+constexpr int kCachedPowersStep = 8;
+
+/* A cached power c = 10^-k with minimum <= e(w x c) + 64 <= maximum. */
+CachedPower cachedPowerFor(int minimumExponent)
+{
+    double k = std::ceil((minimumExponent + 63) * 0.30102999566398114);
+    int index = (kCachedPowersOffset + static_cast<int>(k) - 1) / kCachedPowersStep + 1;
+    return kCachedPowers[index];
+}
+
+/* Moves the last digit towards w while that stays inside the safe interval,
+ * and says whether the result is provably the closest shortest. */
+bool roundWeed(char *digits, int length, uint64_t distanceTooHighW, uint64_t unsafeInterval, uint64_t rest, uint64_t tenKappa,
+               uint64_t unit)
+{
+    uint64_t smallDistance = distanceTooHighW - unit;
+    uint64_t bigDistance = distanceTooHighW + unit;
+    while (rest < smallDistance && unsafeInterval - rest >= tenKappa &&
+           (rest + tenKappa < smallDistance || smallDistance - rest >= rest + tenKappa - smallDistance)) {
+        digits[length - 1]--;
+        rest += tenKappa;
+    }
+    if (rest < bigDistance && unsafeInterval - rest >= tenKappa &&
+        (rest + tenKappa < bigDistance || bigDistance - rest > rest + tenKappa - bigDistance)) {
+        return false;
+    }
+    return 2 * unit <= rest && rest <= unsafeInterval - 4 * unit;
+}
+
+/* Digits of w between the scaled boundaries low and high; kappa receives
+ * the decimal exponent of the last digit. */
+bool generateDigits(DiyFp low, DiyFp w, DiyFp high, char *digits, int &length, int &kappa)
+{
+    uint64_t unit = 1;
+    DiyFp tooLow = {low.f - unit, low.e};
+    DiyFp tooHigh = {high.f + unit, high.e};
+    uint64_t unsafeInterval = tooHigh.f - tooLow.f;
+    int shift = -w.e;
+    uint64_t one = uint64_t{1} << shift;
+    auto integrals = static_cast<uint32_t>(tooHigh.f >> shift);
+    uint64_t fractionals = tooHigh.f & (one - 1);
+    uint32_t divisor = 1;
+    kappa = 1;
+    while (kappa < 10 && divisor * uint64_t{10} <= integrals) {
+        divisor *= 10;
+        kappa++;
+    }
+    if (integrals == 0) kappa = 0;
+    length = 0;
+    while (kappa > 0) {
+        digits[length++] = static_cast<char>('0' + integrals / divisor);
+        integrals %= divisor;
+        kappa--;
+        uint64_t rest = (static_cast<uint64_t>(integrals) << shift) + fractionals;
+        if (rest < unsafeInterval)
+            return roundWeed(digits, length, tooHigh.f - w.f, unsafeInterval, rest, static_cast<uint64_t>(divisor) << shift, unit);
+        divisor /= 10;
+    }
+    while (true) {
+        fractionals *= 10;
+        unit *= 10;
+        unsafeInterval *= 10;
+        digits[length++] = static_cast<char>('0' + (fractionals >> shift));
+        fractionals &= one - 1;
+        kappa--;
+        if (fractionals < unsafeInterval) return roundWeed(digits, length, (tooHigh.f - w.f) * unit, unsafeInterval, fractionals, one, unit);
+    }
+}
+
+/* Shortest digits of a positive finite value: value = digits x 10^exponent. */
+bool grisu3(double value, char *digits, int &length, int &exponent)
+{
+    uint64_t bits;
+    memcpy(&bits, &value, sizeof bits);
+    uint64_t fraction = bits & ((uint64_t{1} << 52) - 1);
+    int biased = static_cast<int>(bits >> 52);
+    DiyFp v = biased == 0 ? DiyFp{fraction, -1074} : DiyFp{fraction | (uint64_t{1} << 52), biased - 1075};
+    DiyFp w = normalized(v);
+    DiyFp plus = normalized({(v.f << 1) + 1, v.e - 1});
+    bool lowerCloser = fraction == 0 && biased > 1;
+    DiyFp minus = lowerCloser ? DiyFp{(v.f << 2) - 1, v.e - 2} : DiyFp{(v.f << 1) - 1, v.e - 1};
+    minus.f <<= minus.e - plus.e;
+    minus.e = plus.e;
+    // Scale so that the product's exponent lands in [-60, -32].
+    CachedPower cached = cachedPowerFor(-60 - (w.e + 64));
+    DiyFp power = {cached.significand, cached.binaryExponent};
+    int kappa = 0;
+    bool exact = generateDigits(multiply(minus, power), multiply(w, power), multiply(plus, power), digits, length, kappa);
+    exponent = kappa - cached.decimalExponent;
+    return exact;
+}
+
+/* The same digits from the C library, for values Grisu3 leaves open: the
+ * first precision whose correctly rounded digits read back. */
+void shortestDigitsByTrial(double value, char *digits, int &length, int &exponent)
+{
+    char text[40];
+    for (int precision = 1; precision <= 17; precision++) {
+        snprintf(text, sizeof text, "%.*e", precision - 1, value);
         if (precision == 17 || strtod(text, nullptr) == value) break;
     }
-    bool looksIntegral = true;
-    for (int i = 0; i < length; i++) looksIntegral = looksIntegral && (isDigit(static_cast<UInt8>(text[i])) || text[i] == '-');
-    if (looksIntegral) {
-        text[length++] = '.';
-        text[length++] = '0';
-        text[length] = '\0';
+    // d.ddde[+-]x
+    length = 0;
+    const char *at = text;
+    for (; *at != 'e'; at++)
+        if (isDigit(static_cast<UInt8>(*at))) digits[length++] = *at;
+    exponent = atoi(at + 1) - (length - 1);
+    while (length > 1 && digits[length - 1] == '0') {
+        length--;
+        exponent++;
     }
-    return length;
+}
+
+/* The shortest text that reads back as value, laid out as Python's repr
+ * lays it out: positional from 1e-4 up to below 1e16 (with ".0" when
+ * integral), otherwise d.ddde+XX. Runs in the C locale. */
+int formatDouble(double value, char (&text)[40])
+{
+    int at = 0;
+    if (std::signbit(value)) {
+        text[at++] = '-';
+        value = -value;
+    }
+    if (value == 0) {
+        memcpy(text + at, "0.0", 4);
+        return at + 3;
+    }
+    char digits[24];
+    int length = 0, exponent = 0;
+    if (!grisu3(value, digits, length, exponent)) shortestDigitsByTrial(value, digits, length, exponent);
+    int point = length + exponent; // digits d1 d2 ... with the point after `point` of them
+    if (point > -4 && point <= 16) {
+        if (point <= 0) {
+            text[at++] = '0';
+            text[at++] = '.';
+            for (int i = 0; i < -point; i++) text[at++] = '0';
+            memcpy(text + at, digits, static_cast<size_t>(length));
+            at += length;
+        } else if (point >= length) {
+            memcpy(text + at, digits, static_cast<size_t>(length));
+            at += length;
+            for (int i = length; i < point; i++) text[at++] = '0';
+            text[at++] = '.';
+            text[at++] = '0';
+        } else {
+            memcpy(text + at, digits, static_cast<size_t>(point));
+            at += point;
+            text[at++] = '.';
+            memcpy(text + at, digits + point, static_cast<size_t>(length - point));
+            at += length - point;
+        }
+        text[at] = '\0';
+        return at;
+    }
+    text[at++] = digits[0];
+    if (length > 1) {
+        text[at++] = '.';
+        memcpy(text + at, digits + 1, static_cast<size_t>(length - 1));
+        at += length - 1;
+    }
+    at += snprintf(text + at, sizeof text - static_cast<size_t>(at), "e%c%02d", point - 1 < 0 ? '-' : '+', std::abs(point - 1));
+    return at;
 }
 
 int formatInteger(int64_t value, char (&text)[40])

@@ -726,7 +726,7 @@ TEST(LUMJSONWrite, NumbersAreExact)
     const Case doubles[] = {
         {0.1, "0.1"}, {1.0, "1.0"}, {-0.0, "-0.0"}, {0.0, "0.0"}, {1e100, "1e+100"}, {5e-324, "5e-324"},
         {1.7976931348623157e308, "1.7976931348623157e+308"}, {0.30000000000000004, "0.30000000000000004"},
-        {123456789.0, "123456789.0"}, {1e15, "1e+15"}, {2.5, "2.5"}, {-1234.5678, "-1234.5678"}, {1e-7, "1e-07"},
+        {123456789.0, "123456789.0"}, {1e15, "1000000000000000.0"}, {1e16, "1e+16"}, {0.0001, "0.0001"}, {0.00001, "1e-05"}, {2.5, "2.5"}, {-1234.5678, "-1234.5678"}, {1e-7, "1e-07"},
     };
     for (const auto &c : doubles) {
         LUMNumberRef number = LUMNumberCreate(nullptr, kLUMNumberDoubleType, &c.value);
@@ -835,6 +835,27 @@ TEST(LUMJSONRoundTrip, AMillionLevelsReadWriteAndRelease)
     ReadError e = ErrorOf(std::string(depth, '[') + "1");
     EXPECT_EQ(e.code, kLUMJSONErrorUnexpectedEnd);
     EXPECT_EQ(e.offset, static_cast<LUMIndex>(depth + 1));
+}
+
+TEST(LUMJSONDifferential, DoublesAreWrittenAsPythonsReprWritesThem)
+{
+    // repr gives the shortest digits that read back, the closest of them to
+    // the value; the writer lays them out the same way.
+    if (!HavePython()) GTEST_SKIP() << "python3 is not installed";
+    std::vector<std::string> lines = Oracle(std::string("repr ") + (UnderValgrind() ? "2000" : "100000") + " 20261123");
+    ASSERT_GT(lines.size(), 1000u);
+    size_t mismatches = 0;
+    for (const auto &line : lines) {
+        size_t space = line.find(' ');
+        uint64_t bits = strtoull(line.substr(0, space).c_str(), nullptr, 16);
+        double value;
+        memcpy(&value, &bits, sizeof value);
+        LUMNumberRef number = LUMNumberCreate(nullptr, kLUMNumberDoubleType, &value);
+        std::string text = Write(number);
+        LUMRelease(number);
+        if (text != line.substr(space + 1) && mismatches++ < 10) ADD_FAILURE() << line << " written as " << text;
+    }
+    EXPECT_EQ(mismatches, 0u);
 }
 
 TEST(LUMJSONDifferential, ReadsAndWritesAsPythonsJSONModuleReads)

@@ -7,6 +7,9 @@
       mantissas, exponents, subnormals, negative zero), every kind of escape,
       raw and escaped non-ASCII text (astral characters as surrogate-pair
       escapes too), duplicate keys and random whitespace.
+  json_differential.py repr COUNT SEED
+      prints COUNT lines "<hex bits> <repr>" of finite doubles: random bit
+      patterns, random decimals, powers of two and ten, subnormals.
   json_differential.py canonical FILE...
       prints, per file, one line: Python's json reading of the file in the
       canonical form the C++ test makes of the library's reading.
@@ -127,7 +130,29 @@ def random_value(rng, depth):
     return "{" + ",".join(entries) + "}" if entries else "{" + space(rng) + "}"
 
 
+def random_double(rng, i):
+    kind = i % 5
+    if kind == 0:
+        while True:
+            value = struct.unpack("<d", struct.pack("<Q", rng.getrandbits(64)))[0]
+            if value == value and abs(value) != float("inf"):
+                return value
+    if kind == 1:
+        return float("%d.%de%d" % (rng.randrange(0, 1000), rng.randrange(0, 10 ** 8), rng.randrange(-30, 30)))
+    if kind == 2:
+        return rng.choice([-1.0, 1.0]) * 2.0 ** rng.randrange(-1074, 1024)
+    if kind == 3:
+        return float("1e%d" % rng.randrange(-323, 308))
+    return struct.unpack("<d", struct.pack("<Q", rng.getrandbits(52)))[0]  # subnormal
+
+
 def main():
+    if sys.argv[1] == "repr":
+        rng = random.Random(int(sys.argv[3]))
+        for i in range(int(sys.argv[2])):
+            value = random_double(rng, i)
+            print("%016x %s" % (struct.unpack("<Q", struct.pack("<d", value))[0], repr(value)))
+        return
     if sys.argv[1] == "generate":
         directory, count, seed = sys.argv[2], int(sys.argv[3]), int(sys.argv[4])
         rng = random.Random(seed)
