@@ -65,13 +65,18 @@ Boolean __LUMArrayInitializeInstance(LUMTypeRef obj)
     return true;
 }
 
+/* Readers that make whole trees put an immutable array's slots in the
+ * record's own block, right behind it. */
+const void **inlineSlots(__LUMArray *array) { return reinterpret_cast<const void **>(array + 1); }
+bool hasInlineSlots(__LUMArray *array) { return array->values == inlineSlots(array); }
+
 void __LUMArrayFinalizeInstance(LUMTypeRef obj)
 {
     __LUMArray *array = lum::object<__LUMArray>(obj);
     if (array->values == nullptr) return;
     for (LUMIndex i = 0; i < array->count; i++) releaseValue(array, array->values[i]);
     array->count = 0;
-    LUMAllocatorDeallocate(LUMGetAllocator(obj), array->values);
+    if (!hasInlineSlots(array)) LUMAllocatorDeallocate(LUMGetAllocator(obj), array->values);
     array->values = nullptr;
 }
 
@@ -121,6 +126,14 @@ LUMStringRef __LUMArrayCopyDescriptionInstance(LUMTypeRef obj)
  * allocated. */
 bool __LUMArraySetCount(__LUMArray *array, int64_t newCount)
 {
+    if (hasInlineSlots(array) && newCount > array->slotCount) {
+        // Slots in the record's block cannot grow: they move out first.
+        auto *own = static_cast<const void **>(
+            LUMAllocatorAllocate(LUMGetAllocator(array), lum::blockBytes(array->slotCount > 0 ? array->slotCount : 1, sizeof(void *)), 0));
+        if (own == nullptr) return false;
+        if (array->count > 0) memcpy(own, array->values, static_cast<size_t>(array->count) * sizeof(void *));
+        array->values = own;
+    }
     void *values = array->values;
     if (!lum::growByDoubling(LUMGetAllocator(array), values, array->slotCount, newCount, sizeof(void *))) return false;
     array->values = static_cast<const void **>(values);
@@ -181,10 +194,20 @@ LUMArrayRef LUMArrayCreate(LUMAllocatorRef allocator, const void **values, LUMIn
 
 LUMArrayRef lum::createArrayAdopting(LUMAllocatorRef allocator, const void *const *values, LUMIndex count, bool isMutable)
 {
-    LUMIndex slots = isMutable && count < kMutableInitialSlots ? kMutableInitialSlots : count;
-    __LUMArray *array = createArray(allocator, slots, &kLUMTypeArrayCallBacks, isMutable);
+    __LUMArray *array;
+    if (isMutable) {
+        array = createArray(allocator, count < kMutableInitialSlots ? kMutableInitialSlots : count, &kLUMTypeArrayCallBacks, true);
+    } else {
+        // One block: the record, then its slots.
+        array = lum::object<__LUMArray>(lum::createInstance(allocator, LUMArrayGetTypeID(), static_cast<size_t>(count) * sizeof(void *)));
+        if (array != nullptr) {
+            array->callBacks = kLUMTypeArrayCallBacks;
+            array->values = inlineSlots(array);
+            array->slotCount = count;
+            array->capacityHint = count;
+        }
+    }
     if (array == nullptr) return nullptr;
-    array->capacityHint = isMutable ? 0 : count;
     if (count > 0) memcpy(array->values, values, static_cast<size_t>(count) * sizeof(void *));
     array->count = count;
     return array;

@@ -339,14 +339,42 @@ void releaseSlot(__LUMDictionary *d, LUMIndex i)
     lum::releaseElement(d->valueCallBacks.release, value);
 }
 
+/* Readers that make whole trees put an immutable dictionary's keys and
+ * values in the record's own block, right behind it. */
+const void **inlineKeys(__LUMDictionary *d) { return reinterpret_cast<const void **>(d + 1); }
+bool hasInlineSlots(__LUMDictionary *d) { return d->keys == inlineKeys(d); }
+
+/* Gives slots in the record's block blocks of their own, so that they can
+ * change size; false when there is no memory (nothing changes). */
+bool moveSlotsOut(__LUMDictionary *d)
+{
+    size_t bytes = static_cast<size_t>(d->slotCount) * sizeof(void *);
+    auto keys = static_cast<const void **>(LUMAllocatorAllocate(LUMGetAllocator(d), static_cast<LUMIndex>(bytes), 0));
+    auto values = static_cast<const void **>(LUMAllocatorAllocate(LUMGetAllocator(d), static_cast<LUMIndex>(bytes), 0));
+    if ((keys == nullptr || values == nullptr) && bytes > 0) {
+        LUMAllocatorDeallocate(LUMGetAllocator(d), keys);
+        LUMAllocatorDeallocate(LUMGetAllocator(d), values);
+        return false;
+    }
+    if (bytes > 0) {
+        memcpy(keys, d->keys, bytes);
+        memcpy(values, d->values, bytes);
+    }
+    d->keys = keys;
+    d->values = values;
+    return true;
+}
+
 void __LUMDictionaryFinalizeInstance(LUMTypeRef obj)
 {
     __LUMDictionary *d = lum::object<__LUMDictionary>(obj);
     for (LUMIndex i = 0; i < d->slotCount; i++) releaseSlot(d, i);
     d->count = 0;
     dropIndex(d);
-    LUMAllocatorDeallocate(LUMGetAllocator(obj), d->keys);
-    LUMAllocatorDeallocate(LUMGetAllocator(obj), d->values);
+    if (!hasInlineSlots(d)) {
+        LUMAllocatorDeallocate(LUMGetAllocator(obj), d->keys);
+        LUMAllocatorDeallocate(LUMGetAllocator(obj), d->values);
+    }
     d->keys = d->values = nullptr;
 }
 
@@ -455,14 +483,28 @@ LUMDictionaryRef LUMDictionaryCreate(LUMAllocatorRef allocator, const void **key
 LUMDictionaryRef lum::createDictionaryAdopting(LUMAllocatorRef allocator, const void *const *keys, const void *const *values,
                                                LUMIndex count, bool isMutable)
 {
-    LUMIndex slots = isMutable && count < kMutableInitialSlots ? kMutableInitialSlots : count;
-    __LUMDictionary *d = createDictionary(allocator, slots, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks, isMutable);
-    if (d == nullptr) return nullptr;
-    if (slots > 0 && (d->keys == nullptr || d->values == nullptr)) {
-        d->slotCount = 0;
-        LUMRelease(d);
-        return nullptr;
+    __LUMDictionary *d;
+    if (isMutable) {
+        LUMIndex slots = count < kMutableInitialSlots ? kMutableInitialSlots : count;
+        d = createDictionary(allocator, slots, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks, true);
+        if (d != nullptr && slots > 0 && (d->keys == nullptr || d->values == nullptr)) {
+            d->slotCount = 0;
+            LUMRelease(d);
+            return nullptr;
+        }
+    } else {
+        // One block: the record, its keys, its values.
+        d = lum::object<__LUMDictionary>(
+            lum::createInstance(allocator, LUMDictionaryGetTypeID(), 2 * static_cast<size_t>(count) * sizeof(void *)));
+        if (d != nullptr) {
+            d->keyCallBacks = kLUMTypeDictionaryKeyCallBacks;
+            d->valueCallBacks = kLUMTypeDictionaryValueCallBacks;
+            d->slotCount = count;
+            d->keys = inlineKeys(d);
+            d->values = d->keys + count;
+        }
     }
+    if (d == nullptr) return nullptr;
     // A new dictionary has no key index yet: plain stores are enough.
     if (count > 0) {
         memcpy(d->keys, keys, static_cast<size_t>(count) * sizeof(void *));
@@ -575,6 +617,7 @@ void LUMDictionarySetValue(LUMMutableDictionaryRef dictionary, const void *key, 
         // A dictionary without slots still goes through the doubling (to 0
         // slots, two reallocations the allocator sees) and then stores nothing.
         if (d->count >= d->slotCount) {
+            if (hasInlineSlots(d) && !moveSlotsOut(d)) return;
             LUMIndex oldSlots = d->slotCount;
             d->slotCount *= 2;
             size_t bytes = static_cast<size_t>(d->slotCount) * sizeof(void *);

@@ -57,6 +57,14 @@ public:
         return true;
     }
     bool reserve(size_t extra) { return count_ + extra <= capacity_ || grow(count_ + extra); }
+    /* n more items at the end, uninitialised; NULL when there is no memory. */
+    T *extend(size_t n)
+    {
+        if (!reserve(n > 0 ? n : 1)) return nullptr; // a block even for none
+
+        count_ += n;
+        return items_ + count_ - n;
+    }
     T &top() { return items_[count_ - 1]; }
     T &operator[](size_t i) { return items_[i]; }
     T *at(size_t i) { return items_ + i; }
@@ -249,33 +257,6 @@ int encodeUTF8(uint32_t codePoint, UInt8 *out)
     return 4;
 }
 
-/* UTF-16 units of valid UTF-8; units has room for length units. */
-LUMIndex decodeValidUTF8(const UInt8 *p, size_t length, UniChar *units)
-{
-    const UInt8 *end = p + length;
-    LUMIndex count = 0;
-    while (p < end) {
-        UInt8 lead = *p;
-        if (lead < 0x80) {
-            units[count++] = lead;
-            p++;
-        } else if (lead < 0xE0) {
-            units[count++] = static_cast<UniChar>(((lead & 0x1F) << 6) | (p[1] & 0x3F));
-            p += 2;
-        } else if (lead < 0xF0) {
-            units[count++] = static_cast<UniChar>(((lead & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F));
-            p += 3;
-        } else {
-            uint32_t c = ((lead & 0x07u) << 18) | ((p[1] & 0x3Fu) << 12) | ((p[2] & 0x3Fu) << 6) | (p[3] & 0x3Fu);
-            c -= 0x10000;
-            units[count++] = static_cast<UniChar>(0xD800 | (c >> 10));
-            units[count++] = static_cast<UniChar>(0xDC00 | (c & 0x3FF));
-            p += 4;
-        }
-    }
-    return count;
-}
-
 /* ---- Byte classes ---------------------------------------------------------- */
 
 /* Bytes that end a run of plain string text: quote, backslash, control
@@ -362,6 +343,7 @@ LUMStringRef copyReadingDescription(const Failure &failure, const UInt8 *bytes, 
     case kLUMJSONErrorUnexpectedEnd: snprintf(what, sizeof what, "Unexpected end of input"); break;
     case kLUMJSONErrorInvalidUTF8: snprintf(what, sizeof what, "Invalid UTF-8"); break;
     case kLUMJSONErrorInvalidEscape: snprintf(what, sizeof what, "Invalid escape"); break;
+    case kLUMJSONErrorNoMemory: snprintf(what, sizeof what, "Out of memory"); break;
     default: snprintf(what, sizeof what, failure.outOfRange ? "Number out of range" : "Invalid number"); break;
     }
     char sentence[128];
@@ -411,18 +393,31 @@ void reportFailure(LUMIndex code, const char *sentence, LUMErrorRef *error)
 
 uint64_t hashBytes(const UInt8 *p, size_t length)
 {
-    uint64_t h = 0x9E3779B97F4A7C15ull ^ length;
-    while (length >= 8) {
+    auto load64 = [](const UInt8 *at) {
         uint64_t word;
-        memcpy(&word, p, 8);
+        memcpy(&word, at, 8);
+        return word;
+    };
+    auto load32 = [](const UInt8 *at) {
+        uint32_t word;
+        memcpy(&word, at, 4);
+        return uint64_t{word};
+    };
+    auto mix = [](uint64_t h, uint64_t word) {
         h = (h ^ word) * 0xFF51AFD7ED558CCDull;
-        h ^= h >> 32;
-        p += 8;
-        length -= 8;
+        return h ^ (h >> 32);
+    };
+    uint64_t h = 0x9E3779B97F4A7C15ull ^ length;
+    if (length >= 8) {
+        // Whole words, then the last eight bytes (overlapping the words).
+        for (size_t i = 0; i + 8 < length; i += 8) h = mix(h, load64(p + i));
+        h = mix(h, load64(p + length - 8));
+    } else if (length >= 4) {
+        h = mix(h, load32(p) << 32 | load32(p + length - 4));
+    } else if (length > 0) {
+        h = mix(h, uint64_t{p[0]} << 16 | uint64_t{p[length / 2]} << 8 | p[length - 1]);
     }
-    uint64_t tail = 0;
-    if (length > 0) memcpy(&tail, p, length);
-    h = (h ^ tail) * 0xC4CEB9FE1A85EC53ull;
+    h *= 0xC4CEB9FE1A85EC53ull;
     return h ^ (h >> 29);
 }
 
@@ -434,14 +429,13 @@ public:
     ~KeyTable()
     {
         for (size_t i = 0; i < capacity_; i++) {
-            if (slots_[i].key == nullptr) continue;
-            if (slots_[i].ownsText) free(const_cast<UInt8 *>(slots_[i].text));
-            LUMRelease(slots_[i].key);
+            if (slots_[i].key != nullptr) LUMRelease(slots_[i].key);
         }
         free(slots_);
     }
 
-    /* The key made earlier from these UTF-8 bytes, or NULL. */
+    /* The key made earlier from this text (ASCII bytes or unit bytes, told
+     * apart by the hash), or NULL. */
     LUMStringRef find(const UInt8 *text, size_t length, uint64_t hash) const
     {
         if (capacity_ == 0) return nullptr;
@@ -452,14 +446,13 @@ public:
         }
     }
 
-    /* Keeps a reference to key under its text; text stays valid as long as
-     * the key when ownsText is false, and is taken over when true. */
-    bool insert(LUMStringRef key, const UInt8 *text, size_t length, uint64_t hash, bool ownsText)
+    /* Keeps a reference to key under its text, which lives as long as key. */
+    bool insert(LUMStringRef key, const UInt8 *text, size_t length, uint64_t hash)
     {
         if (2 * (count_ + 1) > capacity_ && !grow()) return false;
         size_t i = hash & (capacity_ - 1);
         while (slots_[i].key != nullptr) i = (i + 1) & (capacity_ - 1);
-        slots_[i] = {static_cast<LUMStringRef>(LUMRetain(key)), text, length, hash, ownsText};
+        slots_[i] = {static_cast<LUMStringRef>(LUMRetain(key)), text, length, hash};
         count_++;
         return true;
     }
@@ -470,7 +463,6 @@ private:
         const UInt8 *text;
         size_t length;
         uint64_t hash;
-        bool ownsText;
     };
 
     bool grow()
@@ -521,12 +513,13 @@ private:
         size_t firstKey;
         bool isObject;
     };
-    /* A string's text after escapes: UTF-8 bytes, either in the document
-     * or in text_. */
+    /* A string's text after escapes: ASCII bytes (in the document or in
+     * text_) when every character is ASCII and none is NUL, otherwise
+     * UTF-16 units in units_ (length then counts bytes, two per unit). */
     struct Text {
         const UInt8 *bytes;
         size_t length;
-        bool plainASCII; // no byte above 127 and no NUL
+        bool plainASCII;
     };
 
     bool fail(LUMIndex code, const UInt8 *at)
@@ -540,7 +533,16 @@ private:
 
     void skipSpace()
     {
-        while (p_ < end_ && isSpace(*p_)) p_++;
+        while (p_ < end_ && isSpace(*p_)) {
+            p_++;
+            // Indentation comes in long runs of spaces.
+            while (end_ - p_ >= 8) {
+                uint64_t word;
+                memcpy(&word, p_, 8);
+                if (word != 0x2020202020202020ull) break;
+                p_ += 8;
+            }
+        }
     }
     bool pushValue(LUMTypeRef value)
     {
@@ -557,7 +559,8 @@ private:
     bool readKeyAndColon();
     bool readText(Text &text);
     bool readEscapedText(const UInt8 *start, Text &text);
-    bool appendEscape();
+    bool readMultiByteRun();
+    bool readEscape(UniChar (&units)[2], int &count);
     bool readString();
     bool readNumber();
     bool readLiteral(const char *word, size_t length, LUMTypeRef value);
@@ -732,22 +735,15 @@ bool Reader::readKeyAndColon()
     if (*p_ != '"') return failUnexpected();
     Text text;
     if (!readText(text)) return false;
-    uint64_t hash = hashBytes(text.bytes, text.length);
+    uint64_t hash = hashBytes(text.bytes, text.length) ^ (text.plainASCII ? 0 : 1);
     LUMStringRef key = keyTable_.find(text.bytes, text.length, hash);
     if (key != nullptr) {
         LUMRetain(key);
     } else {
         key = createString(text);
         if (key == nullptr) return failNoMemory();
-        // An ASCII key's text is in its own block; other keys keep a copy.
-        const UInt8 *keyText = text.plainASCII ? static_cast<const UInt8 *>(key->buffer) : nullptr;
-        if (keyText == nullptr) {
-            auto *copy = static_cast<UInt8 *>(malloc(text.length + 1));
-            if (copy != nullptr && text.length > 0) memcpy(copy, text.bytes, text.length);
-            keyText = copy;
-        }
-        if (keyText == nullptr || !keyTable_.insert(key, keyText, text.length, hash, !text.plainASCII)) {
-            if (keyText != nullptr && !text.plainASCII) free(const_cast<UInt8 *>(keyText));
+        // The key's text lives in its own block, as long as the key.
+        if (!keyTable_.insert(key, static_cast<const UInt8 *>(key->buffer), text.length, hash)) {
             LUMRelease(key);
             return failNoMemory();
         }
@@ -779,57 +775,105 @@ bool Reader::readText(Text &text)
     return readEscapedText(start, text);
 }
 
-/* The rest of a string whose plain start is [start, p_): escapes decoded
- * and multi-byte characters checked into text_. */
+/* The rest of a string whose plain start is [start, p_): decoded into
+ * units_, escapes and multi-byte characters checked on the way, and
+ * narrowed to ASCII bytes again when that is all it holds. */
 bool Reader::readEscapedText(const UInt8 *start, Text &text)
 {
-    text_.clear();
-    bool plainASCII = true;
-    if (!text_.append(start, static_cast<size_t>(p_ - start))) return failNoMemory();
+    units_.truncate(0);
+    uint32_t seen = 0; // all units ORed: below 0x80 means ASCII
+    bool hasNUL = false;
+    auto widen = [&](const UInt8 *from, const UInt8 *to) {
+        UniChar *out = units_.extend(static_cast<size_t>(to - from));
+        if (out == nullptr) return failNoMemory();
+        while (from < to) *out++ = *from++;
+        return true;
+    };
+    if (!widen(start, p_)) return false;
     while (true) {
         if (p_ == end_) return failEnd();
         UInt8 c = *p_;
         if (c == '"') break;
         if (c == '\\') {
-            if (!appendEscape()) return false;
-            size_t last = text_.size() - 1;
-            if (text_.data()[last] == 0 || text_.data()[last] >= 0x80) plainASCII = false;
-            continue;
+            UniChar unit[2];
+            int count = 0;
+            if (!readEscape(unit, count)) return false;
+            UniChar *out = units_.extend(static_cast<size_t>(count));
+            if (out == nullptr) return failNoMemory();
+            for (int i = 0; i < count; i++) {
+                out[i] = unit[i];
+                seen |= unit[i];
+                hasNUL = hasNUL || unit[i] == 0;
+            }
+        } else if (c < 0x20) {
+            return fail(kLUMJSONErrorUnexpectedCharacter, p_);
+        } else if (c >= 0x80) {
+            if (!readMultiByteRun()) return false;
+            seen |= 0x80;
+        } else {
+            const UInt8 *run = p_;
+            p_ = skipPlainText(p_, end_);
+            if (!widen(run, p_)) return false;
         }
-        if (c < 0x20) return fail(kLUMJSONErrorUnexpectedCharacter, p_);
-        if (c >= 0x80) {
-            int length = validSequenceLength(p_, end_);
-            if (length == 0) return fail(kLUMJSONErrorInvalidUTF8, p_);
-            if (!text_.append(p_, static_cast<size_t>(length))) return failNoMemory();
-            p_ += length;
-            plainASCII = false;
-            continue;
-        }
-        const UInt8 *run = p_;
-        p_ = skipPlainText(p_, end_);
-        if (!text_.append(run, static_cast<size_t>(p_ - run))) return failNoMemory();
     }
     p_++;
-    text = {text_.data(), text_.size(), plainASCII};
+    size_t count = units_.size();
+    if (seen < 0x80 && !hasNUL) {
+        text_.clear();
+        if (!text_.reserve(count)) return failNoMemory();
+        UInt8 *out = text_.end();
+        for (size_t i = 0; i < count; i++) out[i] = static_cast<UInt8>(*units_.at(i));
+        text_.grow(count);
+        text = {text_.data(), count, true};
+    } else {
+        text = {reinterpret_cast<const UInt8 *>(units_.at(0)), count * sizeof(UniChar), false};
+    }
     return true;
 }
 
-/* Decodes the escape at p_ (its backslash) as UTF-8 onto text_. */
-bool Reader::appendEscape()
+/* Decodes the multi-byte characters from p_ onto units_, up to the next
+ * ASCII byte; the first sequence that is not UTF-8 is an error. */
+bool Reader::readMultiByteRun()
+{
+    while (p_ < end_ && *p_ >= 0x80) {
+        UInt8 lead = *p_;
+        int length = validSequenceLength(p_, end_);
+        if (length == 0) return fail(kLUMJSONErrorInvalidUTF8, p_);
+        UniChar *out = units_.extend(length == 4 ? 2 : 1);
+        if (out == nullptr) return failNoMemory();
+        if (length == 2) {
+            out[0] = static_cast<UniChar>(((lead & 0x1F) << 6) | (p_[1] & 0x3F));
+        } else if (length == 3) {
+            out[0] = static_cast<UniChar>(((lead & 0x0F) << 12) | ((p_[1] & 0x3F) << 6) | (p_[2] & 0x3F));
+        } else {
+            uint32_t c = ((lead & 0x07u) << 18) | ((p_[1] & 0x3Fu) << 12) | ((p_[2] & 0x3Fu) << 6) | (p_[3] & 0x3Fu);
+            c -= 0x10000;
+            out[0] = static_cast<UniChar>(0xD800 | (c >> 10));
+            out[1] = static_cast<UniChar>(0xDC00 | (c & 0x3FF));
+        }
+        p_ += length;
+    }
+    return true;
+}
+
+/* Decodes the escape at p_ (its backslash) into one unit, or two for a
+ * surrogate pair. */
+bool Reader::readEscape(UniChar (&units)[2], int &count)
 {
     const UInt8 *backslash = p_;
     if (end_ - p_ < 2) return failEnd();
     UInt8 c = p_[1];
     p_ += 2;
+    count = 1;
     switch (c) {
-    case '"': return text_.append('"') || failNoMemory();
-    case '\\': return text_.append('\\') || failNoMemory();
-    case '/': return text_.append('/') || failNoMemory();
-    case 'b': return text_.append('\b') || failNoMemory();
-    case 'f': return text_.append('\f') || failNoMemory();
-    case 'n': return text_.append('\n') || failNoMemory();
-    case 'r': return text_.append('\r') || failNoMemory();
-    case 't': return text_.append('\t') || failNoMemory();
+    case '"': units[0] = '"'; return true;
+    case '\\': units[0] = '\\'; return true;
+    case '/': units[0] = '/'; return true;
+    case 'b': units[0] = '\b'; return true;
+    case 'f': units[0] = '\f'; return true;
+    case 'n': units[0] = '\n'; return true;
+    case 'r': units[0] = '\r'; return true;
+    case 't': units[0] = '\t'; return true;
     case 'u': break;
     default: return fail(kLUMJSONErrorInvalidEscape, backslash);
     }
@@ -850,30 +894,27 @@ bool Reader::appendEscape()
     };
     uint32_t unit = 0;
     if (!readHex(unit)) return false;
-    uint32_t codePoint = unit;
     if (unit >= 0xDC00 && unit <= 0xDFFF) return fail(kLUMJSONErrorInvalidEscape, backslash);
-    if (unit >= 0xD800 && unit <= 0xDBFF) {
-        // Only a low-surrogate escape may follow.
-        if (end_ - p_ < 2) return p_ == end_ || *p_ == '\\' ? failEnd() : fail(kLUMJSONErrorInvalidEscape, backslash);
-        if (p_[0] != '\\' || p_[1] != 'u') return fail(kLUMJSONErrorInvalidEscape, backslash);
-        const UInt8 *second = p_;
-        p_ += 2;
-        uint32_t low = 0;
-        if (!readHex(low)) return false;
-        if (low < 0xDC00 || low > 0xDFFF) return fail(kLUMJSONErrorInvalidEscape, second);
-        codePoint = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
-    }
-    UInt8 encoded[4];
-    return text_.append(encoded, static_cast<size_t>(encodeUTF8(codePoint, encoded))) || failNoMemory();
+    units[0] = static_cast<UniChar>(unit);
+    if (unit < 0xD800 || unit > 0xDBFF) return true;
+    // A high surrogate: only a low-surrogate escape may follow.
+    if (end_ - p_ < 2) return p_ == end_ || *p_ == '\\' ? failEnd() : fail(kLUMJSONErrorInvalidEscape, backslash);
+    if (p_[0] != '\\' || p_[1] != 'u') return fail(kLUMJSONErrorInvalidEscape, backslash);
+    const UInt8 *second = p_;
+    p_ += 2;
+    uint32_t low = 0;
+    if (!readHex(low)) return false;
+    if (low < 0xDC00 || low > 0xDFFF) return fail(kLUMJSONErrorInvalidEscape, second);
+    units[1] = static_cast<UniChar>(low);
+    count = 2;
+    return true;
 }
 
 LUMStringRef Reader::createString(const Text &text)
 {
     if (text.plainASCII) return lum::createStringWithASCII(allocator_, text.bytes, static_cast<LUMIndex>(text.length));
-    units_.truncate(0);
-    if (!units_.reserve(text.length)) return nullptr;
-    LUMIndex count = decodeValidUTF8(text.bytes, text.length, units_.at(0));
-    return lum::createStringWithUnits(allocator_, units_.at(0), count);
+    return lum::createStringWithUnits(allocator_, reinterpret_cast<const UniChar *>(text.bytes),
+                                      static_cast<LUMIndex>(text.length / sizeof(UniChar)));
 }
 
 bool Reader::readString()

@@ -505,12 +505,40 @@ TEST(LUMJSONRead, ResultObjectsComeFromTheAllocatorInOneBlockEach)
     CountingAllocator counting;
     LUMPropertyListRef plist = Read(R"([1, "a", {"k": 2.5}, "\u00e9"])", nullptr, 0, counting.allocator);
     ASSERT_NE(plist, nullptr);
-    // array: record + slots; 1; "a"; dictionary: record + keys + values;
-    // "k"; 2.5; "é": ten blocks, each string's text in its own record's.
-    EXPECT_EQ(counting.allocations, 10);
+    // The array with its slots; 1; "a"; the dictionary with its keys and
+    // values; "k"; 2.5; "é": seven blocks, each string's text in its record's.
+    EXPECT_EQ(counting.allocations, 7);
     EXPECT_EQ(counting.reallocations, 0);
     LUMRelease(plist);
-    EXPECT_EQ(counting.deallocations, 10);
+    EXPECT_EQ(counting.deallocations, 7);
+    // Mutable containers keep their slots in blocks of their own.
+    plist = Read(R"([1, {"k": 2}])", nullptr, kLUMJSONReadingMutableContainers, counting.allocator);
+    EXPECT_EQ(counting.allocations - 7, 2 + 1 + 3 + 1 + 1);
+    LUMRelease(plist);
+    EXPECT_EQ(counting.allocations, counting.deallocations);
+}
+
+TEST(LUMJSONRead, ImmutableContainersSurviveAnEditAnyway)
+{
+    // Editing an immutable container is a caller's mistake; slots kept in
+    // the record's block still move out rather than break the heap.
+    LUMPropertyListRef plist = Read(R"([{"a": 1}, []])");
+    auto array = static_cast<LUMMutableArrayRef>(const_cast<void *>(plist));
+    for (int i = 0; i < 30; i++) LUMArrayAppendValue(array, kLUMNull);
+    auto dictionary = static_cast<LUMMutableDictionaryRef>(const_cast<void *>(LUMArrayGetValueAtIndex(array, 0)));
+    for (int i = 0; i < 30; i++) {
+        LUMStringRef key = LUMStringCreateWithFormat(nullptr, nullptr, LUMSTR("k%d"), i);
+        LUMDictionarySetValue(dictionary, key, kLUMBooleanTrue);
+        LUMRelease(key);
+    }
+    EXPECT_EQ(LUMArrayGetCount(array), 32);
+    EXPECT_EQ(LUMDictionaryGetCount(dictionary), 31);
+    EXPECT_TRUE(LUMEqual(LUMDictionaryGetValue(dictionary, LUMSTR("k29")), kLUMBooleanTrue));
+    LUMPropertyListRef empty = Read("{}");
+    LUMDictionarySetValue(static_cast<LUMMutableDictionaryRef>(const_cast<void *>(empty)), LUMSTR("x"), kLUMNull);
+    EXPECT_EQ(LUMDictionaryGetCount(static_cast<LUMDictionaryRef>(empty)), 0); // no slots: nothing stored
+    LUMRelease(empty);
+    LUMRelease(plist);
 }
 
 /* ---- Errors ------------------------------------------------------------------- */
