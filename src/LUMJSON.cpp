@@ -189,9 +189,69 @@ struct Decimal {
     bool integral = true;  // no fraction and no exponent part
 };
 
+#ifdef __SIZEOF_INT128__
+using Wide = unsigned __int128;
+
+constexpr uint64_t kPowersOfTen[20] = {1ull,
+                                       10ull,
+                                       100ull,
+                                       1000ull,
+                                       10000ull,
+                                       100000ull,
+                                       1000000ull,
+                                       10000000ull,
+                                       100000000ull,
+                                       1000000000ull,
+                                       10000000000ull,
+                                       100000000000ull,
+                                       1000000000000ull,
+                                       10000000000000ull,
+                                       100000000000000ull,
+                                       1000000000000000ull,
+                                       10000000000000000ull,
+                                       100000000000000000ull,
+                                       1000000000000000000ull,
+                                       10000000000000000000ull};
+
+/* m x 2^exponent, plus something less than one unit of m when inexact,
+ * rounded once to the nearest double (ties to even). m is nonzero and the
+ * result normal, which the callers' ranges guarantee. */
+double roundedDouble(Wide m, int exponent, bool inexact)
+{
+    uint64_t high = static_cast<uint64_t>(m >> 64);
+    int bits = high != 0 ? 128 - __builtin_clzll(high) : 64 - __builtin_clzll(static_cast<uint64_t>(m));
+    int shift = bits - 53;
+    uint64_t mantissa;
+    if (shift > 0) {
+        mantissa = static_cast<uint64_t>(m >> shift);
+        Wide rest = m & ((Wide{1} << shift) - 1);
+        Wide half = Wide{1} << (shift - 1);
+        if (rest > half || (rest == half && (inexact || (mantissa & 1) != 0))) mantissa++;
+    } else {
+        mantissa = static_cast<uint64_t>(m) << -shift; // exact: what is left over is below half a unit
+    }
+    return std::ldexp(static_cast<double>(mantissa), exponent + shift);
+}
+
+/* mantissa x 10^exponent correctly rounded with integer arithmetic, for
+ * every mantissa below 2^64 and exponent in [-19, 19]. */
+double exactDecimal(uint64_t mantissa, int exponent)
+{
+    if (exponent >= 0) return roundedDouble(Wide{mantissa} * kPowersOfTen[exponent], 0, false);
+    // Divide with the mantissa at the top of 128 bits: a quotient of at
+    // least 64 significant bits, and the remainder says whether inexact.
+    int shift = 64 + __builtin_clzll(mantissa);
+    Wide scaled = Wide{mantissa} << shift;
+    uint64_t divisor = kPowersOfTen[-exponent];
+    return roundedDouble(scaled / divisor, -shift, scaled % divisor != 0);
+}
+#endif
+
 /* The correctly rounded double of the number text [begin, end). Exact
  * arithmetic when the digits and the power of ten are both exact doubles
- * (one rounding); otherwise the C library's correctly rounding strtod. */
+ * (one rounding), or, where the compiler has 128-bit integers, exact
+ * integer arithmetic for up to 19 digits and powers of ten up to 19;
+ * otherwise the C library's correctly rounding strtod. */
 double decimalToDouble(const Decimal &d, const UInt8 *begin, const UInt8 *end)
 {
     if (d.mantissa == 0 && !d.truncated) return d.negative ? -0.0 : 0.0;
@@ -200,6 +260,12 @@ double decimalToDouble(const Decimal &d, const UInt8 *begin, const UInt8 *end)
         value = d.exponent < 0 ? value / kExactPowersOfTen[-d.exponent] : value * kExactPowersOfTen[d.exponent];
         return d.negative ? -value : value;
     }
+#ifdef __SIZEOF_INT128__
+    if (!d.truncated && d.exponent >= -19 && d.exponent <= 19) {
+        double value = exactDecimal(d.mantissa, static_cast<int>(d.exponent));
+        return d.negative ? -value : value;
+    }
+#endif
     size_t length = static_cast<size_t>(end - begin);
     char small[64];
     char *text = length < sizeof(small) ? small : static_cast<char *>(malloc(length + 1));
@@ -297,7 +363,16 @@ const UInt8 *skipPlainText(const UInt8 *p, const UInt8 *end)
         uint64_t quote = word ^ (ones * '"');
         uint64_t backslash = word ^ (ones * '\\');
         uint64_t stops = ((quote - ones) & ~quote) | ((backslash - ones) & ~backslash) | (word - ones * 0x20) | word;
-        if ((stops & highs) != 0) break;
+        stops &= highs;
+        if (stops != 0) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+            // Borrows only run upwards from a flagged byte, so the lowest
+            // flag is exact: the first byte in memory that ends the run.
+            return p + (__builtin_ctzll(stops) >> 3);
+#else
+            break;
+#endif
+        }
         p += 8;
     }
     while (p < end && !kPlainTextEnds.entries[*p]) p++;

@@ -202,8 +202,9 @@ inline bool elementsEqual(Equal equal, const void *a, const void *b)
  * no caller can see: no retain-release pair for a reference handed over,
  * and one block where the public creators take two. */
 
-/* An instance of class id followed by extraBytes zeroed bytes, in one block
- * from allocator (NULL: the default); NULL when there is no memory. */
+/* An instance of class id followed by extraBytes bytes (not cleared: the
+ * caller fills them), in one block from allocator (NULL: the default);
+ * NULL when there is no memory. */
 LUMTypeRef createInstance(LUMAllocatorRef allocator, LUMTypeID id, size_t extraBytes);
 /* Immutable strings whose text lives in the object's own block. bytes are
  * ASCII without NUL. */

@@ -466,6 +466,7 @@ LUMStringRef lum::createStringWithASCII(LUMAllocatorRef allocator, const UInt8 *
     if (ptr == nullptr) return nullptr;
     char *text = reinterpret_cast<char *>(ptr + 1);
     if (length > 0) memcpy(text, bytes, static_cast<size_t>(length));
+    text[length] = '\0';
     ptr->buffer = text;
     ptr->bufferType = _kLUMStringBufferTypeCString;
     ptr->length = length; // ASCII: one unit per byte
@@ -483,6 +484,7 @@ LUMStringRef lum::createStringWithUnits(LUMAllocatorRef allocator, const UniChar
     if (ptr == nullptr) return nullptr;
     auto *copy = reinterpret_cast<UniChar *>(ptr + 1);
     if (length > 0) memcpy(copy, units, static_cast<size_t>(length) * sizeof(UniChar));
+    copy[length] = 0;
     ptr->buffer = copy;
     ptr->bufferType = _kLUMStringBufferTypeUniCharString;
     ptr->length = length;

@@ -102,7 +102,7 @@ LUMTypeRef lum::createInstance(LUMAllocatorRef allocator, LUMTypeID id, size_t e
     if (bytes < extraBytes || bytes > static_cast<size_t>(INT32_MAX)) return nullptr;
     void *memory = LUMAllocatorAllocate(allocator, static_cast<LUMIndex>(bytes), 0);
     if (memory == nullptr) return nullptr;
-    _LUMZeroMemory(memory, bytes);
+    _LUMZeroMemory(memory, cls->instanceSize); // the extra bytes are the caller's to fill
     if (!_LUMTypeInitializeInstance(memory, allocator, id)) {
         // No finalize runs, and the reference taken on the allocator during
         // initialisation is not given back: a failed initialiser leaves the

@@ -381,6 +381,58 @@ TEST(LUMJSONRead, NumbersTakeTheNarrowestExactType)
     }
 }
 
+TEST(LUMJSONRead, DoublesAgreeWithStrtodOnRandomDecimals)
+{
+    // Up to 20 digits, exponents across and beyond the exact-arithmetic
+    // range, and decimals at or next to halfway points between doubles.
+    uint64_t state = 0x9E3779B97F4A7C15ull;
+    auto next = [&state]() {
+        state ^= state << 13;
+        state ^= state >> 7;
+        state ^= state << 17;
+        return state;
+    };
+    const int count = UnderValgrind() ? 5000 : 200000;
+    int mismatches = 0;
+    std::string document = "[";
+    std::vector<std::string> texts;
+    for (int i = 0; i < count; i++) {
+        char text[64];
+        int digits = 1 + static_cast<int>(next() % 20);
+        std::string mantissa;
+        for (int k = 0; k < digits; k++) mantissa += static_cast<char>('0' + (k == 0 ? 1 + next() % 9 : next() % 10));
+        int exponent = static_cast<int>(next() % 60) - 30;
+        switch (i % 4) {
+        case 0: snprintf(text, sizeof text, "%se%d", mantissa.c_str(), exponent); break;
+        case 1: snprintf(text, sizeof text, "%s.%s0", mantissa.substr(0, 1).c_str(), mantissa.substr(1).c_str()); break;
+        case 2: snprintf(text, sizeof text, "0.%s", mantissa.c_str()); break;
+        default: {
+            // The exact decimal of a double, or of the midpoint above it.
+            double value = static_cast<double>(next() >> 11) / static_cast<double>(1ull << (next() % 53));
+            snprintf(text, sizeof text, "%.40g", i % 8 == 3 ? value : value + (std::nextafter(value, INFINITY) - value) / 2);
+        }
+        }
+        if (strchr(text, '.') == nullptr && strchr(text, 'e') == nullptr) strcat(text, ".0");
+        texts.push_back(text);
+        document += (i > 0 ? "," : "") + std::string(text);
+    }
+    document += "]";
+    LUMErrorRef error = nullptr;
+    LUMPropertyListRef plist = Read(document, &error);
+    ASSERT_NE(plist, nullptr) << TakeText(LUMErrorCopyDescription(error));
+    auto array = static_cast<LUMArrayRef>(plist);
+    ASSERT_EQ(LUMArrayGetCount(array), count);
+    for (int i = 0; i < count; i++) {
+        double read = 0;
+        LUMNumberGetValue(static_cast<LUMNumberRef>(LUMArrayGetValueAtIndex(array, i)), kLUMNumberDoubleType, &read);
+        double oracle = strtod(texts[static_cast<size_t>(i)].c_str(), nullptr);
+        if (memcmp(&read, &oracle, sizeof read) != 0 && mismatches++ < 10)
+            ADD_FAILURE() << texts[static_cast<size_t>(i)] << " read as " << HexBits(read) << ", strtod " << HexBits(oracle);
+    }
+    EXPECT_EQ(mismatches, 0);
+    LUMRelease(plist);
+}
+
 TEST(LUMJSONRead, NumbersIgnoreTheCLocale)
 {
     const char *chosen = nullptr;
