@@ -57,6 +57,10 @@ public:
         return true;
     }
     bool reserve(size_t extra) { return count_ + extra <= capacity_ || grow(count_ + extra); }
+    /* Room for n more items at the end, to be taken with commit(); NULL
+     * when there is no memory. */
+    T *room(size_t n) { return reserve(n > 0 ? n : 1) ? items_ + count_ : nullptr; }
+    void commit(size_t n) { count_ += n; }
     /* n more items at the end, uninitialised; NULL when there is no memory. */
     T *extend(size_t n)
     {
@@ -67,6 +71,7 @@ public:
     }
     T &top() { return items_[count_ - 1]; }
     T &operator[](size_t i) { return items_[i]; }
+    const T &itemAt(size_t i) const { return items_[i]; }
     T *at(size_t i) { return items_ + i; }
     size_t size() const { return count_; }
     bool empty() const { return count_ == 0; }
@@ -464,91 +469,181 @@ void reportFailure(LUMIndex code, const char *sentence, LUMErrorRef *error)
     LUMRelease(description);
 }
 
-/* ---- Keys read once, shared by every object that uses them -------------- */
+/* ---- Values read once, shared by every place that holds them --------------
+ * Strings and numbers are immutable, so a read gives equal keys, equal
+ * short strings and equal integers one object each: fewer allocations, and
+ * equal keys are one pointer (which is how duplicate keys are found). */
 
-uint64_t hashBytes(const UInt8 *p, size_t length)
+uint64_t load64(const UInt8 *at)
 {
-    auto load64 = [](const UInt8 *at) {
-        uint64_t word;
-        memcpy(&word, at, 8);
-        return word;
-    };
-    auto load32 = [](const UInt8 *at) {
-        uint32_t word;
-        memcpy(&word, at, 4);
-        return uint64_t{word};
-    };
-    auto mix = [](uint64_t h, uint64_t word) {
-        h = (h ^ word) * 0xFF51AFD7ED558CCDull;
-        return h ^ (h >> 32);
-    };
-    uint64_t h = 0x9E3779B97F4A7C15ull ^ length;
-    if (length >= 8) {
-        // Whole words, then the last eight bytes (overlapping the words).
-        for (size_t i = 0; i + 8 < length; i += 8) h = mix(h, load64(p + i));
-        h = mix(h, load64(p + length - 8));
-    } else if (length >= 4) {
-        h = mix(h, load32(p) << 32 | load32(p + length - 4));
-    } else if (length > 0) {
-        h = mix(h, uint64_t{p[0]} << 16 | uint64_t{p[length / 2]} << 8 | p[length - 1]);
-    }
-    h *= 0xC4CEB9FE1A85EC53ull;
-    return h ^ (h >> 29);
+    uint64_t word;
+    memcpy(&word, at, 8);
+    return word;
 }
 
-class KeyTable {
+uint64_t load32(const UInt8 *at)
+{
+    uint32_t word;
+    memcpy(&word, at, 4);
+    return word;
+}
+
+/* The first and last (up to) eight bytes, and a middle word for longer
+ * texts: equal texts are confirmed byte for byte anyway, so the hash only
+ * has to spread ordinary keys well, and cheaply. */
+uint64_t hashBytes(const UInt8 *p, size_t length)
+{
+    uint64_t first, last, middle = 0;
+    if (length >= 8) {
+        first = load64(p);
+        last = load64(p + length - 8);
+        if (length > 16) middle = load64(p + length / 2 - 4);
+    } else if (length >= 4) {
+        first = load32(p);
+        last = load32(p + length - 4);
+    } else {
+        first = length > 0 ? uint64_t{p[0]} << 16 | uint64_t{p[length / 2]} << 8 | p[length - 1] : 0;
+        last = 0;
+    }
+    uint64_t h = (first * 0x9E3779B97F4A7C15ull) ^ (last * 0xC4CEB9FE1A85EC53ull) ^ (middle * 0xFF51AFD7ED558CCDull) ^ length;
+    return h ^ (h >> 32);
+}
+
+/* Whether two texts of the same length are equal; short ones word-wise. */
+bool sameBytes(const UInt8 *a, const UInt8 *b, size_t length)
+{
+    if (length >= 8 && length <= 16) return load64(a) == load64(b) && load64(a + length - 8) == load64(b + length - 8);
+    if (length >= 4 && length < 8) return load32(a) == load32(b) && load32(a + length - 4) == load32(b + length - 4);
+    return memcmp(a, b, length) == 0;
+}
+
+class SharedStrings {
 public:
-    KeyTable() = default;
-    KeyTable(const KeyTable &) = delete;
-    KeyTable &operator=(const KeyTable &) = delete;
-    ~KeyTable()
+    SharedStrings() = default;
+    SharedStrings(const SharedStrings &) = delete;
+    SharedStrings &operator=(const SharedStrings &) = delete;
+    ~SharedStrings()
     {
-        for (size_t i = 0; i < capacity_; i++) {
-            if (slots_[i].key != nullptr) LUMRelease(slots_[i].key);
+        for (size_t i = 0; i < entries_.size(); i++) LUMRelease(entries_[i].string);
+        free(index_);
+    }
+
+    /* Where a string is kept: its entry number stays the same for the
+     * whole read. mark and position serve the duplicate-key check. */
+    struct Entry {
+        LUMStringRef string;
+        uint32_t length; // bytes of its text (ASCII, or two per unit)
+        uint32_t hash;
+        uint32_t mark;
+        LUMIndex position;
+    };
+    static constexpr uint32_t kNone = UINT32_MAX;
+
+    /* The entry of the string read earlier with this text (ASCII bytes or
+     * unit bytes, told apart by the hash), or kNone. */
+    uint32_t find(const UInt8 *text, size_t length, uint32_t hash) const
+    {
+        if (capacity_ == 0) return kNone;
+        for (size_t i = hash & (capacity_ - 1);; i = (i + 1) & (capacity_ - 1)) {
+            uint32_t slot = index_[i];
+            if (slot == 0) return kNone;
+            const Entry &entry = entries_.itemAt(slot - 1);
+            if (entry.hash == hash && entry.length == length && sameBytes(static_cast<const UInt8 *>(entry.string->buffer), text, length))
+                return slot - 1;
         }
+    }
+
+    /* Keeps a reference to string (whose own text is the text it is found
+     * by) and returns its entry, or kNone when there is no memory. */
+    uint32_t insert(LUMStringRef string, size_t length, uint32_t hash)
+    {
+        if (2 * (entries_.size() + 1) > capacity_ && !grow()) return kNone;
+        if (!entries_.push({string, static_cast<uint32_t>(length), hash, 0, 0})) return kNone;
+        LUMRetain(string);
+        size_t i = hash & (capacity_ - 1);
+        while (index_[i] != 0) i = (i + 1) & (capacity_ - 1);
+        index_[i] = static_cast<uint32_t>(entries_.size());
+        return static_cast<uint32_t>(entries_.size() - 1);
+    }
+
+    Entry &entry(uint32_t number) { return entries_[number]; }
+    size_t count() const { return entries_.size(); }
+
+private:
+    bool grow()
+    {
+        size_t capacity = capacity_ == 0 ? 1024 : capacity_ * 2;
+        auto *index = static_cast<uint32_t *>(calloc(capacity, sizeof(uint32_t)));
+        if (index == nullptr) return false;
+        for (size_t n = 0; n < entries_.size(); n++) {
+            size_t at = entries_[n].hash & (capacity - 1);
+            while (index[at] != 0) at = (at + 1) & (capacity - 1);
+            index[at] = static_cast<uint32_t>(n + 1);
+        }
+        free(index_);
+        index_ = index;
+        capacity_ = capacity;
+        return true;
+    }
+
+    Stack<Entry> entries_;
+    uint32_t *index_ = nullptr; // entry number + 1; 0 is free
+    size_t capacity_ = 0;
+};
+
+/* Integers read in one call, by value. */
+class SharedIntegers {
+public:
+    SharedIntegers() = default;
+    SharedIntegers(const SharedIntegers &) = delete;
+    SharedIntegers &operator=(const SharedIntegers &) = delete;
+    ~SharedIntegers()
+    {
+        for (size_t i = 0; i < capacity_; i++)
+            if (slots_[i].number != nullptr) LUMRelease(slots_[i].number);
         free(slots_);
     }
 
-    /* The key made earlier from this text (ASCII bytes or unit bytes, told
-     * apart by the hash), or NULL. */
-    LUMStringRef find(const UInt8 *text, size_t length, uint64_t hash) const
+    LUMNumberRef find(int64_t value) const
     {
         if (capacity_ == 0) return nullptr;
-        for (size_t i = hash & (capacity_ - 1);; i = (i + 1) & (capacity_ - 1)) {
-            const Slot &slot = slots_[i];
-            if (slot.key == nullptr) return nullptr;
-            if (slot.hash == hash && slot.length == length && memcmp(slot.text, text, length) == 0) return slot.key;
+        for (size_t i = slotOf(value, capacity_);; i = (i + 1) & (capacity_ - 1)) {
+            if (slots_[i].number == nullptr) return nullptr;
+            if (slots_[i].value == value) return slots_[i].number;
         }
     }
-
-    /* Keeps a reference to key under its text, which lives as long as key. */
-    bool insert(LUMStringRef key, const UInt8 *text, size_t length, uint64_t hash)
+    size_t count() const { return count_; }
+    /* Keeps a reference to number under value; false (nothing kept) when
+     * there is no memory. */
+    bool insert(int64_t value, LUMNumberRef number)
     {
         if (2 * (count_ + 1) > capacity_ && !grow()) return false;
-        size_t i = hash & (capacity_ - 1);
-        while (slots_[i].key != nullptr) i = (i + 1) & (capacity_ - 1);
-        slots_[i] = {static_cast<LUMStringRef>(LUMRetain(key)), text, length, hash};
+        size_t i = slotOf(value, capacity_);
+        while (slots_[i].number != nullptr) i = (i + 1) & (capacity_ - 1);
+        slots_[i] = {value, static_cast<LUMNumberRef>(LUMRetain(number))};
         count_++;
         return true;
     }
 
 private:
     struct Slot {
-        LUMStringRef key;
-        const UInt8 *text;
-        size_t length;
-        uint64_t hash;
+        int64_t value;
+        LUMNumberRef number;
     };
-
+    static size_t slotOf(int64_t value, size_t capacity)
+    {
+        uint64_t h = static_cast<uint64_t>(value) * 0x9E3779B97F4A7C15ull;
+        return static_cast<size_t>(h ^ (h >> 29)) & (capacity - 1);
+    }
     bool grow()
     {
         size_t capacity = capacity_ == 0 ? 64 : capacity_ * 2;
         auto *slots = static_cast<Slot *>(calloc(capacity, sizeof(Slot)));
         if (slots == nullptr) return false;
         for (size_t i = 0; i < capacity_; i++) {
-            if (slots_[i].key == nullptr) continue;
-            size_t at = slots_[i].hash & (capacity - 1);
-            while (slots[at].key != nullptr) at = (at + 1) & (capacity - 1);
+            if (slots_[i].number == nullptr) continue;
+            size_t at = slotOf(slots_[i].value, capacity);
+            while (slots[at].number != nullptr) at = (at + 1) & (capacity - 1);
             slots[at] = slots_[i];
         }
         free(slots_);
@@ -561,6 +656,11 @@ private:
     size_t capacity_ = 0;
     size_t count_ = 0;
 };
+
+/* Values shared within one read: strings of at most this many bytes (of
+ * ASCII or of units), and up to this many of each kind. */
+constexpr size_t kSharedValueBytes = 32;
+constexpr size_t kSharedValueLimit = 65536;
 
 /* ---- The reader ------------------------------------------------------------ */
 
@@ -640,7 +740,9 @@ private:
     bool readNumber();
     bool readLiteral(const char *word, size_t length, LUMTypeRef value);
     LUMStringRef createString(const Text &text);
-    bool removeDuplicateKeys(const void **keys, const void **values, LUMIndex &count);
+    LUMStringRef sharedString(const Text &text, bool isKey, uint32_t &entry);
+    LUMNumberRef sharedInteger(int64_t value);
+    void removeDuplicateKeys(const void **keys, const void **values, uint32_t *entries, LUMIndex &count);
 
     LUMAllocatorRef allocator_;
     const UInt8 *begin_;
@@ -650,10 +752,13 @@ private:
     Failure failure_;
     Stack<const void *> values_;
     Stack<const void *> keys_;
+    Stack<uint32_t> keyEntries_; // beside keys_: where each key is kept
     Stack<Frame> frames_;
     Bytes text_;
     Stack<UniChar> units_;
-    KeyTable keyTable_;
+    SharedStrings strings_;
+    uint32_t closedObjects_ = 0;
+    SharedIntegers integers_;
 };
 
 LUMPropertyListRef Reader::read()
@@ -729,7 +834,7 @@ bool Reader::closeContainer()
     LUMTypeRef container;
     if (frame.isObject) {
         const void **keys = keys_.at(frame.firstKey);
-        if (!removeDuplicateKeys(keys, values, count)) return failNoMemory();
+        removeDuplicateKeys(keys, values, keyEntries_.at(frame.firstKey), count);
         container = lum::createDictionaryAdopting(allocator_, keys, values, count, mutable_);
         if (container == nullptr) {
             // The dropped duplicates are gone already; the rest still ours.
@@ -738,6 +843,7 @@ bool Reader::closeContainer()
             return failNoMemory();
         }
         keys_.truncate(frame.firstKey);
+        keyEntries_.truncate(frame.firstKey);
     } else {
         container = lum::createArrayAdopting(allocator_, values, count, mutable_);
         if (container == nullptr) return failNoMemory();
@@ -748,60 +854,28 @@ bool Reader::closeContainer()
 }
 
 /* Keeps the last value of each key, in the place of the key's first
- * occurrence. Keys of one read are shared objects, so equal text is one
- * pointer. */
-bool Reader::removeDuplicateKeys(const void **keys, const void **values, LUMIndex &count)
+ * occurrence. Equal keys are one entry of the shared strings; marking each
+ * entry with this object's serial number finds repeats in one pass. */
+void Reader::removeDuplicateKeys(const void **keys, const void **values, uint32_t *entries, LUMIndex &count)
 {
-    constexpr LUMIndex kPairwiseLimit = 24;
-    auto dropAt = [&](LUMIndex first, LUMIndex later) {
-        LUMRelease(values[first]);
-        values[first] = values[later];
-        LUMRelease(keys[later]);
-        for (LUMIndex k = later; k + 1 < count; k++) {
-            keys[k] = keys[k + 1];
-            values[k] = values[k + 1];
-        }
-        count--;
-    };
-    if (count <= kPairwiseLimit) {
-        for (LUMIndex i = 1; i < count; i++) {
-            for (LUMIndex j = 0; j < i; j++) {
-                if (keys[j] != keys[i]) continue;
-                dropAt(j, i);
-                i--;
-                break;
-            }
-        }
-        return true;
-    }
-    // Larger objects: an open-addressed table of first positions.
-    size_t capacity = 64;
-    while (capacity < 2 * static_cast<size_t>(count)) capacity *= 2;
-    auto *slots = static_cast<LUMIndex *>(malloc(capacity * sizeof(LUMIndex)));
-    if (slots == nullptr) return false;
-    memset(slots, 0xFF, capacity * sizeof(LUMIndex));
-    auto slotOf = [&](const void *key) {
-        auto bits = reinterpret_cast<uintptr_t>(key);
-        return static_cast<size_t>((static_cast<uint64_t>(bits) * 0x9E3779B97F4A7C15ull) >> 20) & (capacity - 1);
-    };
+    uint32_t serial = ++closedObjects_;
     LUMIndex kept = 0;
     for (LUMIndex i = 0; i < count; i++) {
-        size_t at = slotOf(keys[i]);
-        while (slots[at] >= 0 && keys[slots[at]] != keys[i]) at = (at + 1) & (capacity - 1);
-        if (slots[at] >= 0) {
-            LUMRelease(values[slots[at]]);
-            values[slots[at]] = values[i];
+        SharedStrings::Entry &entry = strings_.entry(entries[i]);
+        if (entry.mark == serial) {
+            LUMRelease(values[entry.position]);
+            values[entry.position] = values[i];
             LUMRelease(keys[i]);
             continue;
         }
-        slots[at] = kept;
+        entry.mark = serial;
+        entry.position = kept;
         keys[kept] = keys[i];
         values[kept] = values[i];
+        entries[kept] = entries[i];
         kept++;
     }
-    free(slots);
     count = kept;
-    return true;
 }
 
 bool Reader::readKeyAndColon()
@@ -810,23 +884,14 @@ bool Reader::readKeyAndColon()
     if (*p_ != '"') return failUnexpected();
     Text text;
     if (!readText(text)) return false;
-    uint64_t hash = hashBytes(text.bytes, text.length) ^ (text.plainASCII ? 0 : 1);
-    LUMStringRef key = keyTable_.find(text.bytes, text.length, hash);
-    if (key != nullptr) {
-        LUMRetain(key);
-    } else {
-        key = createString(text);
-        if (key == nullptr) return failNoMemory();
-        // The key's text lives in its own block, as long as the key.
-        if (!keyTable_.insert(key, static_cast<const UInt8 *>(key->buffer), text.length, hash)) {
-            LUMRelease(key);
-            return failNoMemory();
-        }
-    }
+    uint32_t entry;
+    LUMStringRef key = sharedString(text, true, entry);
+    if (key == nullptr) return failNoMemory();
     if (!keys_.push(key)) {
         LUMRelease(key);
         return failNoMemory();
     }
+    if (!keyEntries_.push(entry)) return failNoMemory();
     skipSpace();
     if (p_ == end_) return failEnd();
     if (*p_ != ':') return failUnexpected();
@@ -907,26 +972,40 @@ bool Reader::readEscapedText(const UInt8 *start, Text &text)
 }
 
 /* Decodes the multi-byte characters from p_ onto units_, up to the next
- * ASCII byte; the first sequence that is not UTF-8 is an error. */
+ * ASCII byte; the first sequence that is not UTF-8 is an error. Three-byte
+ * characters (most of the BMP) take a short path. */
 bool Reader::readMultiByteRun()
 {
+    constexpr size_t kChunk = 64; // units decoded between checks for room
     while (p_ < end_ && *p_ >= 0x80) {
-        UInt8 lead = *p_;
-        int length = validSequenceLength(p_, end_);
-        if (length == 0) return fail(kLUMJSONErrorInvalidUTF8, p_);
-        UniChar *out = units_.extend(length == 4 ? 2 : 1);
+        UniChar *out = units_.room(kChunk);
         if (out == nullptr) return failNoMemory();
-        if (length == 2) {
-            out[0] = static_cast<UniChar>(((lead & 0x1F) << 6) | (p_[1] & 0x3F));
-        } else if (length == 3) {
-            out[0] = static_cast<UniChar>(((lead & 0x0F) << 12) | ((p_[1] & 0x3F) << 6) | (p_[2] & 0x3F));
-        } else {
-            uint32_t c = ((lead & 0x07u) << 18) | ((p_[1] & 0x3Fu) << 12) | ((p_[2] & 0x3Fu) << 6) | (p_[3] & 0x3Fu);
-            c -= 0x10000;
-            out[0] = static_cast<UniChar>(0xD800 | (c >> 10));
-            out[1] = static_cast<UniChar>(0xDC00 | (c & 0x3FF));
+        size_t written = 0;
+        while (written + 2 <= kChunk && p_ < end_ && *p_ >= 0x80) {
+            UInt8 lead = *p_;
+            if (lead >= 0xE1 && lead <= 0xEC && end_ - p_ >= 3 && (p_[1] & 0xC0) == 0x80 && (p_[2] & 0xC0) == 0x80) {
+                out[written++] = static_cast<UniChar>(((lead & 0x0F) << 12) | ((p_[1] & 0x3F) << 6) | (p_[2] & 0x3F));
+                p_ += 3;
+                continue;
+            }
+            int length = validSequenceLength(p_, end_);
+            if (length == 0) {
+                units_.commit(written);
+                return fail(kLUMJSONErrorInvalidUTF8, p_);
+            }
+            if (length == 2) {
+                out[written++] = static_cast<UniChar>(((lead & 0x1F) << 6) | (p_[1] & 0x3F));
+            } else if (length == 3) {
+                out[written++] = static_cast<UniChar>(((lead & 0x0F) << 12) | ((p_[1] & 0x3F) << 6) | (p_[2] & 0x3F));
+            } else {
+                uint32_t c = ((lead & 0x07u) << 18) | ((p_[1] & 0x3Fu) << 12) | ((p_[2] & 0x3Fu) << 6) | (p_[3] & 0x3Fu);
+                c -= 0x10000;
+                out[written++] = static_cast<UniChar>(0xD800 | (c >> 10));
+                out[written++] = static_cast<UniChar>(0xDC00 | (c & 0x3FF));
+            }
+            p_ += length;
         }
-        p_ += length;
+        units_.commit(written);
     }
     return true;
 }
@@ -996,7 +1075,44 @@ bool Reader::readString()
 {
     Text text;
     if (!readText(text)) return false;
-    return pushValue(createString(text));
+    uint32_t entry;
+    bool shared = text.length <= kSharedValueBytes && strings_.count() < kSharedValueLimit;
+    return pushValue(shared ? sharedString(text, false, entry) : createString(text));
+}
+
+/* A new reference to the string read earlier with the same text, or to a
+ * new one kept for later reads; NULL when there is no memory. entry
+ * receives where it is kept (kNone when it is not). Every key is kept, so
+ * keys with equal text are one pointer and one entry. */
+LUMStringRef Reader::sharedString(const Text &text, bool isKey, uint32_t &entry)
+{
+    auto hash = static_cast<uint32_t>(hashBytes(text.bytes, text.length) ^ (text.plainASCII ? 0 : 1));
+    entry = strings_.find(text.bytes, text.length, hash);
+    if (entry != SharedStrings::kNone) return static_cast<LUMStringRef>(LUMRetain(strings_.entry(entry).string));
+    LUMStringRef string = createString(text);
+    if (string == nullptr) return nullptr;
+    entry = strings_.insert(string, text.length, hash);
+    if (entry == SharedStrings::kNone && isKey) {
+        LUMRelease(string);
+        return nullptr;
+    }
+    return string;
+}
+
+/* A new reference to the integer read earlier with the same value, or to a
+ * new one kept for later reads. */
+LUMNumberRef Reader::sharedInteger(int64_t value)
+{
+    LUMNumberRef number = integers_.find(value);
+    if (number != nullptr) return static_cast<LUMNumberRef>(LUMRetain(number));
+    if (value >= INT32_MIN && value <= INT32_MAX) {
+        int32_t small = static_cast<int32_t>(value);
+        number = LUMNumberCreate(allocator_, kLUMNumberSInt32Type, &small);
+    } else {
+        number = LUMNumberCreate(allocator_, kLUMNumberSInt64Type, &value);
+    }
+    if (number != nullptr && integers_.count() < kSharedValueLimit) integers_.insert(value, number);
+    return number;
 }
 
 bool Reader::readLiteral(const char *word, size_t length, LUMTypeRef value)
@@ -1065,11 +1181,7 @@ bool Reader::readNumber()
         uint64_t limit = d.negative ? uint64_t{1} << 63 : (uint64_t{1} << 63) - 1;
         if (d.mantissa <= limit) {
             int64_t value = d.negative ? static_cast<int64_t>(0 - d.mantissa) : static_cast<int64_t>(d.mantissa);
-            if (value >= INT32_MIN && value <= INT32_MAX) {
-                int32_t small = static_cast<int32_t>(value);
-                return pushValue(LUMNumberCreate(allocator_, kLUMNumberSInt32Type, &small));
-            }
-            return pushValue(LUMNumberCreate(allocator_, kLUMNumberSInt64Type, &value));
+            return pushValue(sharedInteger(value));
         }
     }
     double value = decimalToDouble(d, start, p_);

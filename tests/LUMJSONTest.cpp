@@ -563,9 +563,23 @@ TEST(LUMJSONRead, ResultObjectsComeFromTheAllocatorInOneBlockEach)
     EXPECT_EQ(counting.reallocations, 0);
     LUMRelease(plist);
     EXPECT_EQ(counting.deallocations, 7);
+    // Equal integers and short strings are one object; doubles and long
+    // strings are not.
+    int before = counting.allocations;
+    plist = Read(R"([7, 7, "ab", "ab", 2.5, 2.5, "0123456789012345678901234567890123", "0123456789012345678901234567890123"])", nullptr,
+                 0, counting.allocator);
+    auto array = static_cast<LUMArrayRef>(plist);
+    EXPECT_EQ(LUMArrayGetValueAtIndex(array, 0), LUMArrayGetValueAtIndex(array, 1));
+    EXPECT_EQ(LUMGetRetainCount(LUMArrayGetValueAtIndex(array, 0)), 2);
+    EXPECT_EQ(LUMArrayGetValueAtIndex(array, 2), LUMArrayGetValueAtIndex(array, 3));
+    EXPECT_NE(LUMArrayGetValueAtIndex(array, 4), LUMArrayGetValueAtIndex(array, 5));
+    EXPECT_NE(LUMArrayGetValueAtIndex(array, 6), LUMArrayGetValueAtIndex(array, 7));
+    EXPECT_EQ(counting.allocations - before, 1 + 1 + 1 + 2 + 2);
+    LUMRelease(plist);
     // Mutable containers keep their slots in blocks of their own.
+    before = counting.allocations;
     plist = Read(R"([1, {"k": 2}])", nullptr, kLUMJSONReadingMutableContainers, counting.allocator);
-    EXPECT_EQ(counting.allocations - 7, 2 + 1 + 3 + 1 + 1);
+    EXPECT_EQ(counting.allocations - before, 2 + 1 + 3 + 1 + 1);
     LUMRelease(plist);
     EXPECT_EQ(counting.allocations, counting.deallocations);
 }

@@ -29,8 +29,10 @@
  *  - duplicate keys: the last value wins, in the place of the first key;
  *  - no depth limit: the reader keeps its own stack, so a document nested a
  *    million levels deep reads (and its tree releases) on a small C stack.
- * Keys with equal text read in one call are one shared string object (so a
- * key may have a retain count above 1). Scratch memory the reader and the
+ * Objects are shared within one read: keys with equal text are one string
+ * object, and so are strings of up to 32 bytes with equal text and integers
+ * with equal values (up to 65,536 of each); all are immutable, and such an
+ * object has a retain count above 1. Scratch memory the reader and the
  * writer use for a call comes from the C library, not from an allocator;
  * the objects of the result come from the allocator given.
  *
