@@ -536,8 +536,20 @@ public:
         uint32_t hash;
         uint32_t mark;
         LUMIndex position;
+        uint32_t next;      // the key that last followed this one in an object
+        bool literal;       // ASCII whose document form is itself: no escape needed
     };
     static constexpr uint32_t kNone = UINT32_MAX;
+
+    /* Whether the document at p (a quote) holds exactly this entry's text
+     * between quotes, with nothing escaped. */
+    bool matchesQuoted(uint32_t number, const UInt8 *p, const UInt8 *end) const
+    {
+        const Entry &entry = entries_.itemAt(number);
+        size_t length = entry.length;
+        return entry.literal && static_cast<size_t>(end - p) > length + 1 && p[length + 1] == '"' &&
+               sameBytes(p + 1, static_cast<const UInt8 *>(entry.string->buffer), length);
+    }
 
     /* The entry of the string read earlier with this text (ASCII bytes or
      * unit bytes, told apart by the hash), or kNone. */
@@ -545,11 +557,11 @@ public:
     {
         if (capacity_ == 0) return kNone;
         for (size_t i = hash & (capacity_ - 1);; i = (i + 1) & (capacity_ - 1)) {
-            uint32_t slot = index_[i];
-            if (slot == 0) return kNone;
-            const Entry &entry = entries_.itemAt(slot - 1);
-            if (entry.hash == hash && entry.length == length && sameBytes(static_cast<const UInt8 *>(entry.string->buffer), text, length))
-                return slot - 1;
+            const Slot &slot = index_[i];
+            if (slot.entry == 0) return kNone;
+            if (slot.hash != hash) continue;
+            const Entry &entry = entries_.itemAt(slot.entry - 1);
+            if (entry.length == length && sameBytes(static_cast<const UInt8 *>(entry.string->buffer), text, length)) return slot.entry - 1;
         }
     }
 
@@ -558,11 +570,14 @@ public:
     uint32_t insert(LUMStringRef string, size_t length, uint32_t hash)
     {
         if (2 * (entries_.size() + 1) > capacity_ && !grow()) return kNone;
-        if (!entries_.push({string, static_cast<uint32_t>(length), hash, 0, 0})) return kNone;
+        bool literal = string->bufferType == _kLUMStringBufferTypeCString;
+        const auto *text = static_cast<const UInt8 *>(string->buffer);
+        for (size_t i = 0; i < length && literal; i++) literal = !endsPlainText(text[i]);
+        if (!entries_.push({string, static_cast<uint32_t>(length), hash, 0, 0, kNone, literal})) return kNone;
         LUMRetain(string);
         size_t i = hash & (capacity_ - 1);
-        while (index_[i] != 0) i = (i + 1) & (capacity_ - 1);
-        index_[i] = static_cast<uint32_t>(entries_.size());
+        while (index_[i].entry != 0) i = (i + 1) & (capacity_ - 1);
+        index_[i] = {static_cast<uint32_t>(entries_.size()), hash};
         return static_cast<uint32_t>(entries_.size() - 1);
     }
 
@@ -573,12 +588,12 @@ private:
     bool grow()
     {
         size_t capacity = capacity_ == 0 ? 1024 : capacity_ * 2;
-        auto *index = static_cast<uint32_t *>(calloc(capacity, sizeof(uint32_t)));
+        auto *index = static_cast<Slot *>(calloc(capacity, sizeof(Slot)));
         if (index == nullptr) return false;
         for (size_t n = 0; n < entries_.size(); n++) {
             size_t at = entries_[n].hash & (capacity - 1);
-            while (index[at] != 0) at = (at + 1) & (capacity - 1);
-            index[at] = static_cast<uint32_t>(n + 1);
+            while (index[at].entry != 0) at = (at + 1) & (capacity - 1);
+            index[at] = {static_cast<uint32_t>(n + 1), entries_[n].hash};
         }
         free(index_);
         index_ = index;
@@ -586,8 +601,15 @@ private:
         return true;
     }
 
+    /* The hash beside the entry number spares a visit to the entry (and
+     * to the string's text) for every slot that cannot match. */
+    struct Slot {
+        uint32_t entry; // entry number + 1; 0 is free
+        uint32_t hash;
+    };
+
     Stack<Entry> entries_;
-    uint32_t *index_ = nullptr; // entry number + 1; 0 is free
+    Slot *index_ = nullptr;
     size_t capacity_ = 0;
 };
 
@@ -758,6 +780,7 @@ private:
     Stack<UniChar> units_;
     SharedStrings strings_;
     uint32_t closedObjects_ = 0;
+    uint32_t firstKeyGuess_ = SharedStrings::kNone; // the first key of the last object
     SharedIntegers integers_;
 };
 
@@ -878,15 +901,30 @@ void Reader::removeDuplicateKeys(const void **keys, const void **values, uint32_
     count = kept;
 }
 
+/* Reads a key, the colon and the space after it. Objects in a document
+ * tend to repeat their keys in the same order, so the key that followed
+ * the previous key last time is tried first, byte for byte: a hit needs no
+ * scanning, hashing or lookup. */
 bool Reader::readKeyAndColon()
 {
     if (p_ == end_) return failEnd();
     if (*p_ != '"') return failUnexpected();
-    Text text;
-    if (!readText(text)) return false;
-    uint32_t entry;
-    LUMStringRef key = sharedString(text, true, entry);
-    if (key == nullptr) return failNoMemory();
+    bool first = keys_.size() == frames_.top().firstKey;
+    uint32_t previous = first ? SharedStrings::kNone : keyEntries_.top();
+    uint32_t guess = first ? firstKeyGuess_ : strings_.entry(previous).next;
+    uint32_t entry = guess;
+    LUMStringRef key;
+    if (guess != SharedStrings::kNone && strings_.matchesQuoted(guess, p_, end_)) {
+        key = static_cast<LUMStringRef>(LUMRetain(strings_.entry(guess).string));
+        p_ += strings_.entry(guess).length + 2;
+    } else {
+        Text text;
+        if (!readText(text)) return false;
+        key = sharedString(text, true, entry);
+        if (key == nullptr) return failNoMemory();
+        if (first) firstKeyGuess_ = entry;
+        else strings_.entry(previous).next = entry;
+    }
     if (!keys_.push(key)) {
         LUMRelease(key);
         return failNoMemory();

@@ -534,6 +534,18 @@ TEST(LUMJSONRead, KeysWithEqualTextAreOneObject)
     LUMRelease(plist);
 }
 
+TEST(LUMJSONRead, KeysInRepeatedOrderReadLikeAnyOtherKeys)
+{
+    // Objects repeating their keys in order, then breaking the pattern with
+    // escapes, prefixes, longer keys, duplicates and the end of the text.
+    EXPECT_EQ(ReadCanonical(R"([{"a":1,"bc":2},{"a":3,"bc":4},{"a":5,"b\u0063":6},{"a":7,"bcd":8},{"a":9,"b":10},)"
+                            R"({"a":11,"bc":12,"bc":13},{"a\"":14,"bc":15},{"\\":16,"bc":17},{"\\":18}])"),
+              "[{s61:i1,s62,63:i2,},{s61:i3,s62,63:i4,},{s61:i5,s62,63:i6,},{s61:i7,s62,63,64:i8,},{s61:i9,s62:i10,},"
+              "{s61:i11,s62,63:i13,},{s61,22:i14,s62,63:i15,},{s5c:i16,s62,63:i17,},{s5c:i18,},]");
+    EXPECT_EQ(ErrorOf(R"([{"ab":1},{"ab)").code, kLUMJSONErrorUnexpectedEnd);
+    EXPECT_EQ(ErrorOf(R"([{"ab":1},{"ab")").code, kLUMJSONErrorUnexpectedEnd);
+}
+
 TEST(LUMJSONRead, ContainersAreImmutableUnlessAskedOtherwise)
 {
     LUMPropertyListRef plist = Read(R"({"list": [1]})", nullptr, kLUMJSONReadingMutableContainers);
