@@ -114,7 +114,7 @@ Boolean _LUMAllocatorInitializeModule(void)
     return true;
 }
 
-LUMAllocatorRef LUMAllocatorGetDefault(void) { return __defaultAllocator; }
+LUMAllocatorRef (LUMAllocatorGetDefault)(void) { return __defaultAllocator; }
 
 void LUMAllocatorSetDefault(LUMAllocatorRef allocator)
 {
@@ -142,21 +142,21 @@ LUMAllocatorRef LUMAllocatorCreate(LUMAllocatorRef allocator, LUMAllocatorContex
     return created;
 }
 
-void *LUMAllocatorAllocate(LUMAllocatorRef allocator, LUMIndex size, LUMOptionFlags hint)
+void *(LUMAllocatorAllocate)(LUMAllocatorRef allocator, LUMIndex size, LUMOptionFlags hint)
 {
     __LUMAllocator *a = resolve(allocator);
     if (a == nullptr || a->context.allocate == nullptr) return nullptr;
     return a->context.allocate(static_cast<UInt32>(size), hint, a->context.info);
 }
 
-void *LUMAllocatorReallocate(LUMAllocatorRef allocator, void *ptr, LUMIndex newSize, LUMOptionFlags hint)
+void *(LUMAllocatorReallocate)(LUMAllocatorRef allocator, void *ptr, LUMIndex newSize, LUMOptionFlags hint)
 {
     __LUMAllocator *a = resolve(allocator);
     if (a == nullptr || a->context.reallocate == nullptr) return nullptr;
     return a->context.reallocate(ptr, static_cast<UInt32>(newSize), hint, a->context.info);
 }
 
-void LUMAllocatorDeallocate(LUMAllocatorRef allocator, void *ptr)
+void (LUMAllocatorDeallocate)(LUMAllocatorRef allocator, void *ptr)
 {
     __LUMAllocator *a = resolve(allocator);
     if (a == nullptr || a->context.deallocate == nullptr) return;
@@ -188,3 +188,9 @@ bool lum::growByDoubling(LUMAllocatorRef allocator, void *&block, LUMIndex &capa
     capacity = grown;
     return true;
 }
+
+/* Hidden aliases for calls from inside the library (see LUMPrivate.h). */
+LUM_DEFINE_LOCAL(LUMAllocatorAllocate)
+LUM_DEFINE_LOCAL(LUMAllocatorReallocate)
+LUM_DEFINE_LOCAL(LUMAllocatorDeallocate)
+LUM_DEFINE_LOCAL(LUMAllocatorGetDefault)

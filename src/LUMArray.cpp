@@ -178,7 +178,7 @@ const LUMArrayCallBacks kLUMTypeArrayCallBacks = {
     0, __LUMArrayRetainTypeValue, __LUMArrayReleaseTypeValue, LUMCopyDescription, LUMEqual,
 };
 
-LUMTypeID LUMArrayGetTypeID(void) { return lum::registerClassOnce(__kLUMArrayTypeID, __kLUMArrayTypeClass); }
+LUMTypeID (LUMArrayGetTypeID)(void) { return lum::registerClassOnce(__kLUMArrayTypeID, __kLUMArrayTypeClass); }
 
 Boolean _LUMArrayInitializeModule(void) { return LUMArrayGetTypeID() != 0; }
 
@@ -227,9 +227,9 @@ LUMMutableArrayRef LUMArrayCreateMutableCopy(LUMAllocatorRef allocator, LUMIndex
     return copyArray(allocator, array, true);
 }
 
-LUMIndex LUMArrayGetCount(LUMArrayRef array) { return arrayObject(array)->count; }
+LUMIndex (LUMArrayGetCount)(LUMArrayRef array) { return arrayObject(array)->count; }
 
-const void *LUMArrayGetValueAtIndex(LUMArrayRef array, LUMIndex idx) { return arrayObject(array)->values[idx]; }
+const void *(LUMArrayGetValueAtIndex)(LUMArrayRef array, LUMIndex idx) { return arrayObject(array)->values[idx]; }
 
 void LUMArrayGetValues(LUMArrayRef array, LUMRange range, const void **values)
 {
@@ -389,3 +389,8 @@ void LUMArraySortValues(LUMMutableArrayRef array, LUMRange range, LUMComparatorF
         }
     }
 }
+
+/* Hidden aliases for calls from inside the library (see LUMPrivate.h). */
+LUM_DEFINE_LOCAL(LUMArrayGetTypeID)
+LUM_DEFINE_LOCAL(LUMArrayGetCount)
+LUM_DEFINE_LOCAL(LUMArrayGetValueAtIndex)

@@ -229,7 +229,9 @@ char *_LUMCopyString(char *dst, const char *src, size_t size)
     return dst;
 }
 
-void _LUMZeroMemory(void *p, size_t n) { memset(p, 0, n); }
+void (_LUMZeroMemory)(void *p, size_t n) { memset(p, 0, n); }
 void _LUMMoveMemory(void *dst, const void *src, size_t n) { memmove(dst, src, n); }
 Boolean _LUMCompareMemory(const void *a, const void *b, size_t n) { return memcmp(a, b, n) == 0; }
 
+/* Hidden aliases for calls from inside the library (see LUMPrivate.h). */
+LUM_DEFINE_LOCAL(_LUMZeroMemory)

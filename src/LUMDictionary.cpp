@@ -467,7 +467,7 @@ const LUMDictionaryKeyCallBacks kLUMCopyStringDictionaryKeyCallBacks = {
     0, __LUMDictionaryCopyString, LUMRelease, LUMCopyDescription, LUMEqual, LUMHash,
 };
 
-LUMTypeID LUMDictionaryGetTypeID(void) { return lum::registerClassOnce(__kLUMDictionaryTypeID, __kLUMDictionaryTypeClass); }
+LUMTypeID (LUMDictionaryGetTypeID)(void) { return lum::registerClassOnce(__kLUMDictionaryTypeID, __kLUMDictionaryTypeClass); }
 
 Boolean _LUMDictionaryInitializeModule(void) { return LUMDictionaryGetTypeID() != 0; }
 
@@ -536,7 +536,7 @@ LUMMutableDictionaryRef LUMDictionaryCreateMutableCopy(LUMAllocatorRef allocator
     return d;
 }
 
-LUMIndex LUMDictionaryGetCount(LUMDictionaryRef dictionary)
+LUMIndex (LUMDictionaryGetCount)(LUMDictionaryRef dictionary)
 {
     LUM_ASSERT(_LUMTypeCheckValid(dictionary, LUMDictionaryGetTypeID()));
     return dictionaryObject(dictionary)->count;
@@ -672,3 +672,7 @@ void LUMDictionaryRemoveAllValues(LUMMutableDictionaryRef dictionary)
     for (LUMIndex i = 0; i < d->slotCount; i++) releaseSlot(d, i);
     d->count = 0;
 }
+
+/* Hidden aliases for calls from inside the library (see LUMPrivate.h). */
+LUM_DEFINE_LOCAL(LUMDictionaryGetTypeID)
+LUM_DEFINE_LOCAL(LUMDictionaryGetCount)

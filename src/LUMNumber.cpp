@@ -171,11 +171,11 @@ LUMStringRef __LUMNumberCopyDescription(LUMTypeRef obj)
 
 } // namespace
 
-LUMTypeID LUMNumberGetTypeID(void) { return lum::registerClassOnce(__kLUMNumberTypeID, __kLUMNumberTypeClass); }
+LUMTypeID (LUMNumberGetTypeID)(void) { return lum::registerClassOnce(__kLUMNumberTypeID, __kLUMNumberTypeClass); }
 
 Boolean _LUMNumberInitializeModule(void) { return LUMNumberGetTypeID() != 0; }
 
-LUMNumberRef LUMNumberCreate(LUMAllocatorRef allocator, LUMNumberType type, const void *valuePtr)
+LUMNumberRef (LUMNumberCreate)(LUMAllocatorRef allocator, LUMNumberType type, const void *valuePtr)
 {
     bool isFloat = __LUMNumberTypeIsFloatType(type);
     auto *n = lum::object<__LUMNumber>(_LUMTypeCreateInstance(allocator, LUMNumberGetTypeID()));
@@ -197,7 +197,7 @@ LUMIndex LUMNumberGetByteSize(LUMNumberRef number)
     return kTypeInfo[type].byteSize;
 }
 
-Boolean LUMNumberGetValue(LUMNumberRef number, LUMNumberType type, void *valuePtr)
+Boolean (LUMNumberGetValue)(LUMNumberRef number, LUMNumberType type, void *valuePtr)
 {
     const __LUMNumber *n = numberObject(number);
     bool storedFloat = __LUMNumberTypeIsFloatType(n->type);
@@ -230,3 +230,8 @@ LUMComparisonResult LUMNumberCompare(LUMNumberRef number1, LUMNumberRef number2)
     if (a->value.integer > b->value.integer) return kLUMCompareGreaterThan;
     return kLUMCompareEqualTo;
 }
+
+/* Hidden aliases for calls from inside the library (see LUMPrivate.h). */
+LUM_DEFINE_LOCAL(LUMNumberCreate)
+LUM_DEFINE_LOCAL(LUMNumberGetValue)
+LUM_DEFINE_LOCAL(LUMNumberGetTypeID)

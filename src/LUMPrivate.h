@@ -219,4 +219,54 @@ LUMDictionaryRef createDictionaryAdopting(LUMAllocatorRef allocator, const void 
 
 } // namespace lum
 
+
+/* ---- Calls inside the library -----------------------------------------------
+ * A call from one module to another's exported function would otherwise go
+ * through the dynamic symbol table. The hot ones have hidden aliases, and a
+ * function-like macro sends calls (only calls: a name used as a value still
+ * means the exported function, so callback records keep the addresses
+ * callers see) straight to them. Definitions write the name in parentheses
+ * to stay clear of the macro; LUM_DEFINE_LOCAL in the defining file makes
+ * the alias. */
+#if defined(LUM_BUILDING_LIBRARY)
+#include <LumBase/LUMAllocator.h>
+#include <LumBase/LUMArray.h>
+#include <LumBase/LUMDictionary.h>
+#include <LumBase/LUMNumber.h>
+#include <LumBase/LUMString.h>
+
+#define LUM_LOCAL_CALLS(X) X(LUMRetain) X(LUMRelease) X(LUMGetAllocator) X(LUMGetTypeID) X(LUMGetRetainCount) X(LUMEqual) X(LUMHash) X(_LUMTypeGetClassByID) X(_LUMTypeGetClass) X(_LUMTypeCheckValid) X(_LUMTypeCreateInstance) X(_LUMTypeInitializeInstance) X(LUMAllocatorAllocate) X(LUMAllocatorReallocate) X(LUMAllocatorDeallocate) X(LUMAllocatorGetDefault) X(_LUMZeroMemory) X(LUMNumberCreate) X(LUMNumberGetValue) X(LUMNumberGetTypeID) X(LUMStringGetTypeID) X(LUMStringGetLength) X(LUMArrayGetTypeID) X(LUMArrayGetCount) X(LUMArrayGetValueAtIndex) X(LUMDictionaryGetTypeID) X(LUMDictionaryGetCount)
+#define LUM_DECLARE_LOCAL(name) extern "C" __attribute__((visibility("hidden"))) __typeof__(name) name##Local;
+LUM_LOCAL_CALLS(LUM_DECLARE_LOCAL)
+#undef LUM_DECLARE_LOCAL
+#define LUM_DEFINE_LOCAL(name) extern "C" __typeof__(name) name##Local __attribute__((alias(#name)));
+#define LUMRetain(...) LUMRetainLocal(__VA_ARGS__)
+#define LUMRelease(...) LUMReleaseLocal(__VA_ARGS__)
+#define LUMGetAllocator(...) LUMGetAllocatorLocal(__VA_ARGS__)
+#define LUMGetTypeID(...) LUMGetTypeIDLocal(__VA_ARGS__)
+#define LUMGetRetainCount(...) LUMGetRetainCountLocal(__VA_ARGS__)
+#define LUMEqual(...) LUMEqualLocal(__VA_ARGS__)
+#define LUMHash(...) LUMHashLocal(__VA_ARGS__)
+#define _LUMTypeGetClassByID(...) _LUMTypeGetClassByIDLocal(__VA_ARGS__)
+#define _LUMTypeGetClass(...) _LUMTypeGetClassLocal(__VA_ARGS__)
+#define _LUMTypeCheckValid(...) _LUMTypeCheckValidLocal(__VA_ARGS__)
+#define _LUMTypeCreateInstance(...) _LUMTypeCreateInstanceLocal(__VA_ARGS__)
+#define _LUMTypeInitializeInstance(...) _LUMTypeInitializeInstanceLocal(__VA_ARGS__)
+#define LUMAllocatorAllocate(...) LUMAllocatorAllocateLocal(__VA_ARGS__)
+#define LUMAllocatorReallocate(...) LUMAllocatorReallocateLocal(__VA_ARGS__)
+#define LUMAllocatorDeallocate(...) LUMAllocatorDeallocateLocal(__VA_ARGS__)
+#define LUMAllocatorGetDefault(...) LUMAllocatorGetDefaultLocal(__VA_ARGS__)
+#define _LUMZeroMemory(...) _LUMZeroMemoryLocal(__VA_ARGS__)
+#define LUMNumberCreate(...) LUMNumberCreateLocal(__VA_ARGS__)
+#define LUMNumberGetValue(...) LUMNumberGetValueLocal(__VA_ARGS__)
+#define LUMNumberGetTypeID(...) LUMNumberGetTypeIDLocal(__VA_ARGS__)
+#define LUMStringGetTypeID(...) LUMStringGetTypeIDLocal(__VA_ARGS__)
+#define LUMStringGetLength(...) LUMStringGetLengthLocal(__VA_ARGS__)
+#define LUMArrayGetTypeID(...) LUMArrayGetTypeIDLocal(__VA_ARGS__)
+#define LUMArrayGetCount(...) LUMArrayGetCountLocal(__VA_ARGS__)
+#define LUMArrayGetValueAtIndex(...) LUMArrayGetValueAtIndexLocal(__VA_ARGS__)
+#define LUMDictionaryGetTypeID(...) LUMDictionaryGetTypeIDLocal(__VA_ARGS__)
+#define LUMDictionaryGetCount(...) LUMDictionaryGetCountLocal(__VA_ARGS__)
+#endif
+
 #endif

@@ -345,7 +345,7 @@ void __LUMStringAppendCharacter(__LUMString *ptr, UniChar unit)
 } // namespace
 
 
-LUMTypeID LUMStringGetTypeID(void)
+LUMTypeID (LUMStringGetTypeID)(void)
 {
     if (__kLUMStringTypeID == 0) {
         __kLUMStringTypeID = _LUMTypeRegisterClass(&__kLUMStringTypeClass);
@@ -561,7 +561,7 @@ LUMMutableStringRef LUMStringCreateMutableCopy(LUMAllocatorRef allocator, LUMInd
 
 /* ---- Access -------------------------------------------------------------- */
 
-LUMIndex LUMStringGetLength(LUMStringRef str)
+LUMIndex (LUMStringGetLength)(LUMStringRef str)
 {
     const __LUMString *ptr = stringObject(str);
     LUM_ASSERT(_LUMTypeCheckValid(ptr, LUMStringGetTypeID()));
@@ -1292,3 +1292,7 @@ void LUMStringAppendFormat(LUMMutableStringRef str, LUMTypeRef formatOptions, LU
     __LUMStringAppendWithFormatAndArguments(str, format, arguments);
     va_end(arguments);
 }
+
+/* Hidden aliases for calls from inside the library (see LUMPrivate.h). */
+LUM_DEFINE_LOCAL(LUMStringGetTypeID)
+LUM_DEFINE_LOCAL(LUMStringGetLength)

@@ -56,25 +56,25 @@ LUMTypeID _LUMTypeRegisterClass(const LUMRuntimeClass *cls)
     return static_cast<LUMTypeID>(__classCount);
 }
 
-const LUMRuntimeClass *_LUMTypeGetClassByID(LUMTypeID id)
+const LUMRuntimeClass *(_LUMTypeGetClassByID)(LUMTypeID id)
 {
     if (id == 0 || id > static_cast<LUMTypeID>(__classCount)) return nullptr;
     return &__classTable[id - 1];
 }
 
-const LUMRuntimeClass *_LUMTypeGetClass(LUMTypeRef obj)
+const LUMRuntimeClass *(_LUMTypeGetClass)(LUMTypeRef obj)
 {
     if (obj == nullptr || header(obj)->magic != _kLUMRuntimeMagicAlive) return nullptr;
     return _LUMTypeGetClassByID(header(obj)->typeID);
 }
 
-Boolean _LUMTypeCheckValid(LUMTypeRef obj, LUMTypeID id)
+Boolean (_LUMTypeCheckValid)(LUMTypeRef obj, LUMTypeID id)
 {
     if (obj == nullptr || header(obj)->magic != _kLUMRuntimeMagicAlive) return false;
     return id == 0 || header(obj)->typeID == id;
 }
 
-Boolean _LUMTypeInitializeInstance(LUMTypeRef memory, LUMAllocatorRef allocator, LUMTypeID id)
+Boolean (_LUMTypeInitializeInstance)(LUMTypeRef memory, LUMAllocatorRef allocator, LUMTypeID id)
 {
     if (allocator == nullptr) allocator = LUMAllocatorGetDefault();
     const LUMRuntimeClass *cls = _LUMTypeGetClassByID(id);
@@ -91,7 +91,7 @@ Boolean _LUMTypeInitializeInstance(LUMTypeRef memory, LUMAllocatorRef allocator,
     return cls->initialize != nullptr ? cls->initialize(memory) : true;
 }
 
-LUMTypeRef _LUMTypeCreateInstance(LUMAllocatorRef allocator, LUMTypeID id) { return lum::createInstance(allocator, id, 0); }
+LUMTypeRef (_LUMTypeCreateInstance)(LUMAllocatorRef allocator, LUMTypeID id) { return lum::createInstance(allocator, id, 0); }
 
 LUMTypeRef lum::createInstance(LUMAllocatorRef allocator, LUMTypeID id, size_t extraBytes)
 {
@@ -113,7 +113,7 @@ LUMTypeRef lum::createInstance(LUMAllocatorRef allocator, LUMTypeID id, size_t e
     return memory;
 }
 
-LUMTypeRef LUMRetain(LUMTypeRef obj)
+LUMTypeRef (LUMRetain)(LUMTypeRef obj)
 {
     if (obj == nullptr || isConstant(obj)) return obj;
     header(obj)->retainCount++;
@@ -212,7 +212,7 @@ void lum::endFinalizationHold(FinalizationHold &hold)
     }
 }
 
-void LUMRelease(LUMTypeRef obj)
+void (LUMRelease)(LUMTypeRef obj)
 {
     if (obj == nullptr || isConstant(obj)) return;
     if (__releaseDepth >= kDirectReleaseDepth) {
@@ -232,25 +232,25 @@ void LUMRelease(LUMTypeRef obj)
     __releaseDepth--;
 }
 
-LUMIndex LUMGetRetainCount(LUMTypeRef obj)
+LUMIndex (LUMGetRetainCount)(LUMTypeRef obj)
 {
     if (obj == nullptr) return 0;
     if (isConstant(obj)) return 1;
     return header(obj)->retainCount;
 }
 
-LUMTypeID LUMGetTypeID(LUMTypeRef obj)
+LUMTypeID (LUMGetTypeID)(LUMTypeRef obj)
 {
     return obj == nullptr ? 0 : header(obj)->typeID;
 }
 
-LUMAllocatorRef LUMGetAllocator(LUMTypeRef obj)
+LUMAllocatorRef (LUMGetAllocator)(LUMTypeRef obj)
 {
     if (obj == nullptr || header(obj)->allocator == nullptr) return _kLUMAllocatorConstant;
     return header(obj)->allocator;
 }
 
-LUMHashCode LUMHash(LUMTypeRef obj)
+LUMHashCode (LUMHash)(LUMTypeRef obj)
 {
     if (obj == nullptr) return 0;
     const LUMRuntimeClass *cls = _LUMTypeGetClass(obj);
@@ -258,7 +258,7 @@ LUMHashCode LUMHash(LUMTypeRef obj)
     return cls->hash(obj);
 }
 
-Boolean LUMEqual(LUMTypeRef a, LUMTypeRef b)
+Boolean (LUMEqual)(LUMTypeRef a, LUMTypeRef b)
 {
     if (a == b) return true;
     if (a == nullptr || b == nullptr) return false;
@@ -412,3 +412,16 @@ LUMRange LUMRangeMake(LUMIndex location, LUMIndex length)
     return range;
 }
 
+/* Hidden aliases for calls from inside the library (see LUMPrivate.h). */
+LUM_DEFINE_LOCAL(LUMRetain)
+LUM_DEFINE_LOCAL(LUMRelease)
+LUM_DEFINE_LOCAL(LUMGetAllocator)
+LUM_DEFINE_LOCAL(LUMGetTypeID)
+LUM_DEFINE_LOCAL(LUMGetRetainCount)
+LUM_DEFINE_LOCAL(LUMEqual)
+LUM_DEFINE_LOCAL(LUMHash)
+LUM_DEFINE_LOCAL(_LUMTypeGetClassByID)
+LUM_DEFINE_LOCAL(_LUMTypeGetClass)
+LUM_DEFINE_LOCAL(_LUMTypeCheckValid)
+LUM_DEFINE_LOCAL(_LUMTypeCreateInstance)
+LUM_DEFINE_LOCAL(_LUMTypeInitializeInstance)
