@@ -325,3 +325,17 @@ TEST(LUMType, DeepReleaseRetainedAgainIsFinalizedOnce)
     LUMRelease(chain);
     EXPECT_EQ(gNodeFinalizations, depth);
 }
+
+TEST(LUMTypeAddresses, CallbackRecordsHoldTheExportedFunctions)
+{
+    // Calls inside the library take private shortcuts; the records callers
+    // compare against still hold the addresses callers link against.
+    EXPECT_EQ(reinterpret_cast<void *>(kLUMTypeDictionaryKeyCallBacks.retain), reinterpret_cast<void *>(&LUMRetain));
+    EXPECT_EQ(reinterpret_cast<void *>(kLUMTypeDictionaryKeyCallBacks.release), reinterpret_cast<void *>(&LUMRelease));
+    EXPECT_EQ(reinterpret_cast<void *>(kLUMTypeDictionaryKeyCallBacks.copyDescription), reinterpret_cast<void *>(&LUMCopyDescription));
+    EXPECT_EQ(reinterpret_cast<void *>(kLUMTypeDictionaryKeyCallBacks.equal), reinterpret_cast<void *>(&LUMEqual));
+    EXPECT_EQ(reinterpret_cast<void *>(kLUMTypeDictionaryKeyCallBacks.hash), reinterpret_cast<void *>(&LUMHash));
+    EXPECT_EQ(reinterpret_cast<void *>(kLUMTypeDictionaryValueCallBacks.equal), reinterpret_cast<void *>(&LUMEqual));
+    EXPECT_EQ(reinterpret_cast<void *>(kLUMTypeArrayCallBacks.copyDescription), reinterpret_cast<void *>(&LUMCopyDescription));
+    EXPECT_EQ(reinterpret_cast<void *>(kLUMTypeArrayCallBacks.equal), reinterpret_cast<void *>(&LUMEqual));
+}
