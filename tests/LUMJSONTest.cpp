@@ -433,23 +433,36 @@ TEST(LUMJSONRead, DoublesAgreeWithStrtodOnRandomDecimals)
     LUMRelease(plist);
 }
 
+/* Switches LC_NUMERIC to a locale whose decimal point is a comma: an
+ * installed one, or one compiled with localedef into a directory of its
+ * own. False when neither is possible here. */
+bool UseDecimalCommaLocale()
+{
+    for (const char *name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8"})
+        if (setlocale(LC_NUMERIC, name) != nullptr) return true;
+    std::string directory = TempDirectory();
+    std::string command = "localedef -i de_DE -f UTF-8 " + directory + "/de_DE.UTF-8 >/dev/null 2>&1";
+    if (system(command.c_str()) != 0) return false;
+    setenv("LOCPATH", directory.c_str(), 1);
+    return setlocale(LC_NUMERIC, "de_DE.UTF-8") != nullptr;
+}
+
 TEST(LUMJSONRead, NumbersIgnoreTheCLocale)
 {
-    const char *chosen = nullptr;
-    for (const char *name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8", "ru_RU.UTF-8"}) {
-        if (setlocale(LC_NUMERIC, name) != nullptr) {
-            chosen = name;
-            break;
-        }
-    }
-    if (chosen == nullptr) GTEST_SKIP() << "no locale with a decimal comma installed";
-    EXPECT_STREQ(localeconv()->decimal_point, ",");
-    EXPECT_EQ(ReadCanonical("[1.5, 2.5e1, 0.30000000000000004]"), "[d3ff8000000000000,d4039000000000000,d3fd3333333333334,]");
-    LUMPropertyListRef plist = Read("[1.5, 123456.789012345678, 1e-7]");
-    EXPECT_EQ(Write(plist), "[1.5,123456.78901234568,1e-07]");
-    LUMRelease(plist);
-    EXPECT_STREQ(localeconv()->decimal_point, ","); // the caller's locale is back
-    setlocale(LC_NUMERIC, "C");
+    // In a child: the locale and LOCPATH are the whole process's.
+    ChildResult child = RunInChild([] {
+        if (!UseDecimalCommaLocale()) _exit(3);
+        if (strcmp(localeconv()->decimal_point, ",") != 0) _exit(4);
+        if (ReadCanonical("[1.5, 2.5e1, 0.30000000000000004]") != "[d3ff8000000000000,d4039000000000000,d3fd3333333333334,]") _exit(5);
+        LUMPropertyListRef plist = Read("[1.5, 123456.789012345678, 1e-7, 12345678901234567890]");
+        std::string written = Write(plist);
+        LUMRelease(plist);
+        printf("%s\n", written.c_str());
+        if (strcmp(localeconv()->decimal_point, ",") != 0) _exit(6); // the caller's locale is back
+    });
+    if (child.exitStatus == 3) GTEST_SKIP() << "no locale with a decimal comma can be had here";
+    EXPECT_EQ(child.exitStatus, 0) << child.err;
+    EXPECT_EQ(child.out, "[1.5,123456.78901234567,1e-07,1.2345678901234567e+19]\n");
 }
 
 TEST(LUMJSONRead, StringsAreDecodedUTF8)
