@@ -1,9 +1,10 @@
 #!/bin/sh
-# Installs the build into a scratch prefix and builds two consumers against
-# it: a C99 program through pkg-config, and a CMake project through
-# find_package(LumBase). Both run and must print the expected texts.
+# Installs the build into a scratch prefix and builds three consumers
+# against it: a C99 program and a C++17 program (the C++ layer) through
+# pkg-config, and a CMake project through find_package(LumBase). All run and
+# must print the expected texts.
 set -eu
-build="$1"; src="$2"; cc="$3"; toolchain="${5:-}"
+build="$1"; src="$2"; cc="$3"; toolchain="${5:-}"; cxx="${6:-}"
 # CMake hands the emulator over as a list: "qemu-arm;-L;/usr/arm-linux-gnueabihf".
 emulator=$(printf '%s' "${4:-}" | tr ';' ' ')
 work=$(mktemp -d)
@@ -22,6 +23,24 @@ test -e "$libdir/libLumBase.so"
 "$cc" -std=c99 -Wall -Wextra -Werror -o "$work/capi" "$src/c/capi.c" $(pkg-config --cflags --libs lumbase)
 LD_LIBRARY_PATH="$libdir" $emulator "$work/capi" > "$work/out.txt"
 grep -q 'all C API checks passed' "$work/out.txt"
+
+if [ -n "$cxx" ]; then
+  test -f "$prefix/include/LumBase.hpp"
+  cat > "$work/layer.cpp" <<'CPP'
+#include <LumBase.hpp>
+#include <cstdio>
+int main(int argc, char **argv)
+{
+    LUMInitialize(argc, argv);
+    auto read = lum::readJSON(R"({"layer": ["C++", 17]})");
+    std::printf("%s\n", read ? lum::writeJSON(read.value).value.c_str() : read.message().c_str());
+    return 0;
+}
+CPP
+  # shellcheck disable=SC2046
+  "$cxx" -std=c++17 -fno-exceptions -fno-rtti -Wall -Wextra -Werror -o "$work/layer" "$work/layer.cpp" $(pkg-config --cflags --libs lumbase)
+  LD_LIBRARY_PATH="$libdir" $emulator "$work/layer" | grep -qx '{"layer":\["C++",17\]}'
+fi
 
 mkdir "$work/consumer"
 cat > "$work/consumer/CMakeLists.txt" <<'CMAKE'
@@ -43,4 +62,4 @@ LD_LIBRARY_PATH="$libdir" $emulator "$work/consumer/build/consumer" | grep -q 'a
 if [ -x "$prefix/libexec/lumbase/demo" ]; then
   env -u LD_LIBRARY_PATH $emulator "$prefix/libexec/lumbase/demo" | grep -q 'Goodbye from LumBase'
 fi
-echo "installed tree works through pkg-config, find_package by prefix, and installed examples"
+echo "installed tree works through pkg-config (C and C++), find_package by prefix, and installed examples"
