@@ -1089,46 +1089,136 @@ int formatOne(char *buffer, size_t size, const char *conversion, int width, int 
 }
 #pragma GCC diagnostic pop
 
-void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringRef format, va_list arguments)
-{
-    LUMIndex formatLength = LUMStringGetLength(format);
-    UniChar *fmt = static_cast<UniChar *>(
-        LUMAllocatorAllocate(kLUMAllocatorSystemDefault, static_cast<LUMIndex>((formatLength + 1) * sizeof(UniChar)), 0));
-    LUMStringGetCharacters(format, LUMRangeMake(0, formatLength), fmt);
-
-    // 1. Bound the number of specs: each '%' gives at most a conversion and a
-    // literal run before it, plus one trailing literal.
-    LUMIndex percentCount = 0;
-    for (LUMIndex i = 0; i < formatLength; i++) {
-        if (fmt[i] == '%') percentCount++;
+/* Where rendered pieces go. Appending to a caller's mutable string keeps
+ * the exact appends it has always made (its allocator sees the same growth):
+ * a literal run at once, converted text unit by unit, a description as a
+ * string. A new string is rendered into a private buffer instead and made
+ * once at the end. */
+class FormatSink {
+public:
+    explicit FormatSink(LUMMutableStringRef target) : target_(target) {}
+    FormatSink(const FormatSink &) = delete;
+    FormatSink &operator=(const FormatSink &) = delete;
+    ~FormatSink()
+    {
+        if (units_ != local_) free(units_);
     }
-    FormatSpec localFormatSpecs[22];
-    LUMIndex fSpecsCount = 2 * percentCount + 1;
-    LUM_ASSERT(fSpecsCount < LUM_COUNTOF(localFormatSpecs));
 
-    // 2. Cut the format into specs.
+    void appendUnits(const UniChar *units, LUMIndex count)
+    {
+        if (target_ != nullptr) return LUMStringAppendCharacters(target_, units, count);
+        UniChar *at = room(count);
+        if (at != nullptr && count > 0) memcpy(at, units, static_cast<size_t>(count) * sizeof(UniChar));
+    }
+    /* ASCII text a conversion made (as the C string appends do: unit by unit). */
+    void appendASCII(const char *text, size_t count)
+    {
+        if (target_ != nullptr) {
+            for (size_t i = 0; i < count; i++) __LUMStringAppendCharacter(target_, static_cast<UInt8>(text[i]));
+            return;
+        }
+        UniChar *at = room(static_cast<LUMIndex>(count));
+        if (at != nullptr)
+            for (size_t i = 0; i < count; i++) at[i] = static_cast<UInt8>(text[i]);
+    }
+    /* NUL-terminated UTF-8, decoded as LUMStringAppendCString decodes it. */
+    void appendCString(const char *text)
+    {
+        if (target_ != nullptr) return LUMStringAppendCString(target_, text, kLUMStringEncodingUTF8);
+        const auto *bytes = reinterpret_cast<const UInt8 *>(text);
+        LUMIndex index = 0;
+        while (bytes[index] != 0) {
+            UniChar unit = __LUMStringDecodeUTF8Sequence(bytes, &index);
+            UniChar *at = room(1);
+            if (at != nullptr) *at = unit;
+        }
+    }
+    void appendString(LUMStringRef string)
+    {
+        if (target_ != nullptr) return LUMStringAppend(target_, string);
+        LUMIndex count = LUMStringGetLength(string);
+        UniChar *at = room(count);
+        if (at != nullptr) LUMStringGetCharacters(string, LUMRangeMake(0, count), at);
+    }
+
+    const UniChar *units() const { return units_; }
+    LUMIndex count() const { return count_; }
+
+private:
+    /* count more units at the end; NULL (and nothing more is kept) when
+     * the text cannot grow, as a string at its size limit keeps no more. */
+    UniChar *room(LUMIndex count)
+    {
+        int64_t needed = static_cast<int64_t>(count_) + count;
+        if (needed > capacity_) {
+            LUMIndex capacity = lum::grownCapacity(capacity_, needed, sizeof(UniChar));
+            if (capacity < 0) return nullptr;
+            void *grown = units_ == local_ ? malloc(static_cast<size_t>(capacity) * sizeof(UniChar))
+                                           : realloc(units_, static_cast<size_t>(capacity) * sizeof(UniChar));
+            if (grown == nullptr) return nullptr;
+            if (units_ == local_ && count_ > 0) memcpy(grown, local_, static_cast<size_t>(count_) * sizeof(UniChar));
+            units_ = static_cast<UniChar *>(grown);
+            capacity_ = capacity;
+        }
+        UniChar *at = units_ + count_;
+        count_ = static_cast<LUMIndex>(needed);
+        return at;
+    }
+
+    LUMMutableStringRef target_;
+    UniChar local_[256];
+    UniChar *units_ = local_;
+    LUMIndex count_ = 0;
+    LUMIndex capacity_ = 256;
+};
+
+/* The format's pieces and its arguments, typed and fetched. */
+struct ParsedFormat {
+    FormatSpec specs[22];
     LUMIndex specCount = 0;
+    FormatArgument localArguments[kLocalFormatArguments];
+    FormatArgument *args = localArguments;
+    int32_t argumentCount = 0;
+
+    ParsedFormat() = default;
+    ParsedFormat(const ParsedFormat &) = delete;
+    ParsedFormat &operator=(const ParsedFormat &) = delete;
+    ~ParsedFormat()
+    {
+        if (args != localArguments) LUMAllocatorDeallocate(kLUMAllocatorSystemDefault, args);
+    }
+};
+
+/* Cuts the format into at most fSpecsCount literal runs and conversions. */
+void cutFormat(const UniChar *fmt, LUMIndex formatLength, LUMIndex fSpecsCount, ParsedFormat &parsed)
+{
+    LUMIndex &specCount = parsed.specCount;
     LUMIndex index = 0;
     while (specCount < fSpecsCount && index < formatLength) {
         LUMIndex runStart = index;
         while (index < formatLength && fmt[index] != '%') index++;
         if (index > runStart) {
-            localFormatSpecs[specCount++] = FormatSpec{runStart, index - runStart, -1, 0, -1, 0, -1, 0, 0, kFormatLiteral};
+            parsed.specs[specCount++] = FormatSpec{runStart, index - runStart, -1, 0, -1, 0, -1, 0, 0, kFormatLiteral};
         }
         if (index >= formatLength || specCount >= fSpecsCount) break;
         FormatSpec piece{index, 0, -1, 0, -1, 0, -1, 0, 0, kFormatUnknown};
         LUMIndex next = parseConversion(fmt, formatLength, index + 1, piece);
         if (next < 0) break; // the format ended inside a piece: dropped
-        localFormatSpecs[specCount++] = piece;
+        parsed.specs[specCount++] = piece;
         index = next;
     }
+}
 
-    // 3. Number the arguments that have no explicit position.
+/* Numbers the arguments that have no explicit position and types them (a
+ * later piece naming the same number wins); false when a table for that
+ * many arguments cannot be made (no call can pass them either). */
+bool typeArguments(ParsedFormat &parsed)
+{
     int32_t counter = 1;
-    int32_t argumentCount = 0;
+    int32_t &argumentCount = parsed.argumentCount;
     auto note = [&argumentCount](int32_t n) { if (n > argumentCount) argumentCount = n; };
-    for (LUMIndex s = 0; s < specCount; s++) {
-        FormatSpec &piece = localFormatSpecs[s];
+    for (LUMIndex s = 0; s < parsed.specCount; s++) {
+        FormatSpec &piece = parsed.specs[s];
         // "%*%" still takes its '*' width and precision from the arguments,
         // as every conversion does, so later arguments keep their places;
         // only the '%' itself takes no value.
@@ -1139,34 +1229,33 @@ void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringR
         note(piece.precArgNum);
         note(piece.mainArgNum);
     }
-
-    // 4. Type them; a later piece naming the same number wins.
-    FormatArgument localArguments[kLocalFormatArguments];
-    FormatArgument *args = localArguments;
     if (static_cast<size_t>(argumentCount) > kLocalFormatArguments) {
         LUMIndex bytes = lum::blockBytes(argumentCount, sizeof(FormatArgument));
-        args = bytes < 0 ? nullptr : static_cast<FormatArgument *>(LUMAllocatorAllocate(kLUMAllocatorSystemDefault, bytes, 0));
-        if (args == nullptr) {
-            // A table for that many arguments cannot be made (no call can
-            // pass them either): nothing is rendered.
-            LUMAllocatorDeallocate(kLUMAllocatorSystemDefault, fmt);
-            return;
+        parsed.args = bytes < 0 ? nullptr : static_cast<FormatArgument *>(LUMAllocatorAllocate(kLUMAllocatorSystemDefault, bytes, 0));
+        if (parsed.args == nullptr) {
+            parsed.args = parsed.localArguments;
+            return false;
         }
     }
+    FormatArgument *args = parsed.args;
     for (int32_t a = 0; a < argumentCount; a++) args[a] = FormatArgument{kFormatUnknown, 0, {0}};
-    for (LUMIndex s = 0; s < specCount; s++) {
-        const FormatSpec &piece = localFormatSpecs[s];
+    for (LUMIndex s = 0; s < parsed.specCount; s++) {
+        const FormatSpec &piece = parsed.specs[s];
         if (piece.widthArgNum > 0) args[piece.widthArgNum - 1] = FormatArgument{kFormatInteger, 0, {0}};
         if (piece.precArgNum > 0) args[piece.precArgNum - 1] = FormatArgument{kFormatInteger, 0, {0}};
         if (piece.mainArgNum > 0 && piece.type != kFormatLiteral)
             args[piece.mainArgNum - 1] = FormatArgument{piece.type, piece.size, {0}};
     }
+    return true;
+}
 
-    // 5. Fetch in number order: integers are one int (one long with l or ll;
-    // 64-bit integers are not supported), hh keeps the low byte, h the low 16
-    // bits sign-extended; an unused number consumes one word.
-    for (int32_t a = 0; a < argumentCount; a++) {
-        FormatArgument &arg = args[a];
+/* Fetches in number order: integers are one int (one long with l or ll;
+ * 64-bit integers are not supported), hh keeps the low byte, h the low 16
+ * bits sign-extended; an unused number consumes one word. */
+void fetchArguments(ParsedFormat &parsed, va_list arguments)
+{
+    for (int32_t a = 0; a < parsed.argumentCount; a++) {
+        FormatArgument &arg = parsed.args[a];
         switch (arg.type) {
         case kFormatInteger:
             if (arg.size >= 1) {
@@ -1186,12 +1275,88 @@ void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringR
         default: arg.value.word = va_arg(arguments, long); break;
         }
     }
+}
 
-    // 6. Render.
-    for (LUMIndex s = 0; s < specCount; s++) {
-        const FormatSpec &piece = localFormatSpecs[s];
+/* %d %i %u %x %X with at most the '-' and '0' flags and a width, the way
+ * the C library prints them, without it; false for anything else. */
+bool renderPlainInteger(const FormatSpec &piece, UniChar conversion, int width, int precision, long value, FormatSink &sink)
+{
+    if (precision >= 0 || (piece.flags & ~(kFlagMinus | kFlagZero)) != 0 || width > 64) return false;
+    bool isSigned = conversion == 'd' || conversion == 'i';
+    unsigned base = conversion == 'x' || conversion == 'X' ? 16 : 10;
+    if (!isSigned && conversion != 'u' && base != 16) return false;
+    const char *digitsOf = conversion == 'X' ? "0123456789ABCDEF" : "0123456789abcdef";
+    bool negative = isSigned && value < 0;
+    unsigned long magnitude = negative ? 0ul - static_cast<unsigned long>(value) : static_cast<unsigned long>(value);
+    char digits[24];
+    int count = 0;
+    do {
+        digits[count++] = digitsOf[magnitude % base];
+        magnitude /= base;
+    } while (magnitude != 0);
+    char text[96];
+    int length = 0;
+    int used = count + (negative ? 1 : 0);
+    int pad = width > used ? width - used : 0;
+    bool left = (piece.flags & kFlagMinus) != 0;
+    bool zeros = !left && (piece.flags & kFlagZero) != 0;
+    if (!left && !zeros) for (int i = 0; i < pad; i++) text[length++] = ' ';
+    if (negative) text[length++] = '-';
+    if (zeros) for (int i = 0; i < pad; i++) text[length++] = '0';
+    while (count > 0) text[length++] = digits[--count];
+    if (left) for (int i = 0; i < pad; i++) text[length++] = ' ';
+    sink.appendASCII(text, static_cast<size_t>(length));
+    return true;
+}
+
+/* An integer or double conversion through snprintf. The scratch buffer
+ * holds width + precision + 128 bytes. Beyond what snprintf can report
+ * (INT_MAX), or when the buffer cannot be had, it renders nothing. */
+void renderNumber(const FormatSpec &piece, UniChar conversionChar, int width, int precision, const FormatArgument &arg,
+                  FormatSink &sink)
+{
+    if (piece.type == kFormatInteger && renderPlainInteger(piece, conversionChar, width, precision, integerValue(arg, conversionChar), sink))
+        return;
+    char conversion[16];
+    size_t n = 0;
+    conversion[n++] = '%';
+    if (piece.flags & kFlagMinus) conversion[n++] = '-';
+    if (piece.flags & kFlagPlus) conversion[n++] = '+';
+    if (piece.flags & kFlagSpace) conversion[n++] = ' ';
+    if (piece.flags & kFlagHash) conversion[n++] = '#';
+    if (piece.flags & kFlagZero) conversion[n++] = '0';
+    if (width >= 0) conversion[n++] = '*';
+    if (precision >= 0) { conversion[n++] = '.'; conversion[n++] = '*'; }
+    if (piece.type == kFormatInteger) conversion[n++] = 'l';
+    conversion[n++] = static_cast<char>(conversionChar);
+    conversion[n] = '\0';
+    int64_t scratch = static_cast<int64_t>(width) + precision + kFormatScratchBytes;
+    if (scratch > INT32_MAX) return;
+    size_t bufferSize = static_cast<size_t>(scratch);
+    lum::TempBuffer<char, 512> buffer(bufferSize);
+    if (buffer.get() == nullptr) return;
+    int written;
+    if (piece.type == kFormatInteger) {
+        written = formatOne(buffer.get(), bufferSize, conversion, width, precision, integerValue(arg, conversionChar));
+    } else {
+        // Zero is printed as 1e-10 so that -0 never shows: with %f both
+        // zeros read 0.000000, while %e and %g show the small value.
+        double value = arg.value.number == 0.0 ? 1e-10 : arg.value.number;
+        written = formatOne(buffer.get(), bufferSize, conversion, width, precision, value);
+    }
+    if (written < 0) return;
+    size_t length = static_cast<size_t>(written) < bufferSize ? static_cast<size_t>(written) : bufferSize - 1;
+    sink.appendASCII(buffer.get(), strnlen(buffer.get(), length));
+}
+
+/* Renders every piece, in order, into the sink. */
+void renderPieces(const UniChar *fmt, const ParsedFormat &parsed, FormatSink &sink)
+{
+    const FormatArgument *args = parsed.args;
+    for (LUMIndex s = 0; s < parsed.specCount; s++) {
+        const FormatSpec &piece = parsed.specs[s];
         if (piece.type == kFormatLiteral) {
-            LUMStringAppendCharacters(str, fmt + piece.location, piece.length);
+            sink.appendUnits(fmt + piece.location, piece.length);
             continue;
         }
         const FormatArgument &arg = args[piece.mainArgNum - 1];
@@ -1201,74 +1366,68 @@ void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringR
         if (precision < 0) precision = -1;
         switch (piece.type) {
         case kFormatInteger:
-        case kFormatDouble: {
-            UniChar conversionChar = fmt[piece.location + piece.length - 1];
-            char conversion[16];
-            size_t n = 0;
-            conversion[n++] = '%';
-            if (piece.flags & kFlagMinus) conversion[n++] = '-';
-            if (piece.flags & kFlagPlus) conversion[n++] = '+';
-            if (piece.flags & kFlagSpace) conversion[n++] = ' ';
-            if (piece.flags & kFlagHash) conversion[n++] = '#';
-            if (piece.flags & kFlagZero) conversion[n++] = '0';
-            if (width >= 0) conversion[n++] = '*';
-            if (precision >= 0) { conversion[n++] = '.'; conversion[n++] = '*'; }
-            if (piece.type == kFormatInteger) conversion[n++] = 'l';
-            conversion[n++] = static_cast<char>(conversionChar);
-            conversion[n] = '\0';
-            // The scratch buffer holds width + precision + 128 bytes. Beyond
-            // what snprintf can report (INT_MAX), or when the buffer cannot
-            // be had, the conversion renders nothing.
-            int64_t scratch = static_cast<int64_t>(width) + precision + kFormatScratchBytes;
-            if (scratch > INT32_MAX) break;
-            size_t bufferSize = static_cast<size_t>(scratch);
-            lum::TempBuffer<char, 512> buffer(bufferSize);
-            if (buffer.get() == nullptr) break;
-            if (piece.type == kFormatInteger) {
-                formatOne(buffer.get(), bufferSize, conversion, width, precision, integerValue(arg, conversionChar));
-            } else {
-                // Zero is printed as 1e-10 so that -0 never shows: with %f both
-                // zeros read 0.000000, while %e and %g show the small value.
-                double value = arg.value.number == 0.0 ? 1e-10 : arg.value.number;
-                formatOne(buffer.get(), bufferSize, conversion, width, precision, value);
-            }
-            LUMStringAppendCString(str, buffer.get(), kLUMStringEncodingUTF8);
-            break;
-        }
+        case kFormatDouble: renderNumber(piece, fmt[piece.location + piece.length - 1], width, precision, arg, sink); break;
         case kFormatPointer: {
             char buffer[64];
-            snprintf(buffer, sizeof(buffer), "%p", arg.value.pointer);
-            LUMStringAppendCString(str, buffer, kLUMStringEncodingUTF8);
+            int written = snprintf(buffer, sizeof(buffer), "%p", arg.value.pointer);
+            sink.appendASCII(buffer, written > 0 ? static_cast<size_t>(written) : 0);
             break;
         }
-        case kFormatCString:
-            LUMStringAppendCString(str, static_cast<const char *>(arg.value.pointer), kLUMStringEncodingUTF8);
-            break;
+        case kFormatCString: sink.appendCString(static_cast<const char *>(arg.value.pointer)); break;
         case kFormatObject: {
             LUMStringRef description = LUMCopyDescription(arg.value.pointer);
-            LUMStringAppend(str, description);
+            sink.appendString(description);
             LUMRelease(description);
             break;
         }
-        default:
-            break;
+        default: break;
         }
     }
+}
 
-    // 7. Give back the heap tables and the format copy.
-    if (args != localArguments) LUMAllocatorDeallocate(kLUMAllocatorSystemDefault, args);
-    LUMAllocatorDeallocate(kLUMAllocatorSystemDefault, fmt);
+/* The formatting engine: the format's units, its pieces, its arguments,
+ * then the text of each piece into the sink. Each '%' gives at most a
+ * conversion and the literal run before it, plus one trailing literal:
+ * formats with more than ten '%' end the process. */
+void __LUMStringAppendWithFormatAndArguments(FormatSink &sink, LUMStringRef format, va_list arguments)
+{
+    LUMIndex formatLength = LUMStringGetLength(format);
+    lum::TempBuffer<UniChar, 256> units(static_cast<size_t>(formatLength) + 1);
+    UniChar *fmt = units.get();
+    if (fmt == nullptr) return;
+    LUMStringGetCharacters(format, LUMRangeMake(0, formatLength), fmt);
+    LUMIndex percentCount = 0;
+    for (LUMIndex i = 0; i < formatLength; i++) {
+        if (fmt[i] == '%') percentCount++;
+    }
+    ParsedFormat parsed;
+    FormatSpec(&localFormatSpecs)[22] = parsed.specs;
+    LUMIndex fSpecsCount = 2 * percentCount + 1;
+    LUM_ASSERT(fSpecsCount < LUM_COUNTOF(localFormatSpecs));
+    cutFormat(fmt, formatLength, fSpecsCount, parsed);
+    if (!typeArguments(parsed)) return; // nothing is rendered
+    fetchArguments(parsed, arguments);
+    renderPieces(fmt, parsed, sink);
+}
+
+void __LUMStringAppendWithFormatAndArguments(LUMMutableStringRef str, LUMStringRef format, va_list arguments)
+{
+    FormatSink sink(str);
+    __LUMStringAppendWithFormatAndArguments(sink, format, arguments);
 }
 
 } // namespace
 
 LUMStringRef LUMStringCreateWithFormatAndArguments(LUMAllocatorRef allocator, LUMTypeRef formatOptions, LUMStringRef format, va_list arguments)
 {
-    LUMMutableStringRef temporary = LUMStringCreateMutable(kLUMAllocatorSystemDefault, 0);
-    __LUMStringAppendWithFormatAndArguments(temporary, format, arguments);
-    LUMStringRef result = LUMStringCreateCopy(allocator, temporary);
-    LUMRelease(temporary);
-    return result;
+    // The text is made privately and copied once into a string of units:
+    // the caller's allocator sees the copy's two blocks (units, then the
+    // record), as from LUMStringCreateWithCharacters; the library's own
+    // allocator gets one block.
+    FormatSink sink(nullptr);
+    __LUMStringAppendWithFormatAndArguments(sink, format, arguments);
+    if (resolvedAllocator(allocator) == kLUMAllocatorSystemDefault) return lum::createStringWithUnits(allocator, sink.units(), sink.count());
+    return LUMStringCreateWithCharacters(allocator, sink.units(), sink.count());
 }
 
 LUMStringRef LUMStringCreateWithFormat(LUMAllocatorRef allocator, LUMTypeRef formatOptions, LUMStringRef format, ...)
