@@ -231,12 +231,36 @@ void __LUMStringFinalizeInstance(LUMTypeRef obj)
     LUMRelease(ptr->contentsDeallocator);
 }
 
+/* Equality of two strings of one length read as far as both stay ASCII:
+ * an ASCII byte decodes to itself and one unit holds one character, so a
+ * difference there, or a whole text of ASCII, settles it. 1 equal, 0 not,
+ * -1 left to the general comparison (a byte above 127 came first). */
+int asciiVerdict(const __LUMString *first, const __LUMString *second)
+{
+    LUMIndex length = first->length;
+    bool firstBytes = first->bufferType == _kLUMStringBufferTypeCString;
+    bool secondBytes = second->bufferType == _kLUMStringBufferTypeCString;
+    if (!firstBytes && !secondBytes) return memcmp(first->buffer, second->buffer, static_cast<size_t>(length) * sizeof(UniChar)) == 0;
+    auto unitAt = [](const __LUMString *ptr, bool isBytes, LUMIndex i) -> uint32_t {
+        return isBytes ? static_cast<const UInt8 *>(ptr->buffer)[i] : static_cast<const UniChar *>(ptr->buffer)[i];
+    };
+    for (LUMIndex i = 0; i < length; i++) {
+        uint32_t x = unitAt(first, firstBytes, i);
+        uint32_t y = unitAt(second, secondBytes, i);
+        if ((firstBytes && x >= 0x80) || (secondBytes && y >= 0x80)) return -1;
+        if (x != y) return 0;
+    }
+    return 1;
+}
+
 Boolean __LUMStringEqual(LUMTypeRef a, LUMTypeRef b)
 {
     const __LUMString *first = lum::object<__LUMString>(a);
     const __LUMString *second = lum::object<__LUMString>(b);
     if (!hasKnownBufferType(first) || !hasKnownBufferType(second)) unexpectedBufferType("__LUMStringEqual");
     if (first->length != second->length) return false;
+    int verdict = asciiVerdict(first, second);
+    if (verdict >= 0) return verdict == 1;
     CharacterReader x(static_cast<LUMStringRef>(a)), y(static_cast<LUMStringRef>(b));
     for (LUMIndex i = 0; i < first->length; i++) {
         if (x[i] != y[i]) return false;
