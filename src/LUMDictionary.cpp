@@ -82,179 +82,24 @@ bool __LUMDictionaryEqualKey(const __LUMDictionary *d, const void *slotKey, cons
  * matching slot winning. When the keys are compared with LUMEqual and every
  * key is an immutable string of the library's own class, that comparison
  * runs only library code and depends on the text alone, so the scan's
- * answer can be found from an index of key texts instead: no caller's
- * callback is called either way, and the answer is the same slot. Such an
- * index is kept beside each dictionary of kIndexThreshold slots or more
- * (built on its first lookup, kept current by every change of a key), with
- * the lowest free slot, which a new key takes. A key that is anything else
- * turns the index off for that dictionary, which then scans as before. */
+ * answer can be found from an index of key texts instead (lum::TextIndex):
+ * no caller's callback is called either way, and the answer is the same
+ * slot. Such an index is kept beside each dictionary of kIndexThreshold
+ * slots or more (built on its first lookup, kept current by every change
+ * of a key), with the lowest free slot, which a new key takes. A key that is
+ * anything else turns the index off for that dictionary, which then scans
+ * as before. */
 
 constexpr LUMIndex kIndexThreshold = 32;
-constexpr uint32_t kEmptyEntry = 0;
-constexpr uint32_t kRemovedEntry = UINT32_MAX;
-
-struct KeyIndex {
-    const __LUMDictionary *owner;
-    uint32_t *entries;     // slot + 1, or kEmptyEntry / kRemovedEntry
-    LUMHashCode *hashes;   // the key text's hash, beside each entry
-    size_t capacity;       // a power of two; at most half in use
-    size_t used;           // entries and removed marks
-    LUMIndex firstFree;    // every slot below it holds a key
-    bool off;              // a key that is not an immutable library string
-};
-
-/* The indexes, by dictionary: an open-addressing table of pointers. */
-struct IndexTable {
-    KeyIndex **slots;
-    size_t capacity;
-    size_t count;
-};
-IndexTable __keyIndexes = {nullptr, 0, 0};
-
-size_t pointerSlot(const void *p, size_t capacity)
-{
-    uint64_t h = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(p)) * 0x9E3779B97F4A7C15ull;
-    return static_cast<size_t>(h >> 32) & (capacity - 1);
-}
-
-KeyIndex **indexSlotOf(const __LUMDictionary *d)
-{
-    IndexTable &t = __keyIndexes;
-    if (t.capacity == 0) return nullptr;
-    for (size_t i = pointerSlot(d, t.capacity);; i = (i + 1) & (t.capacity - 1)) {
-        if (t.slots[i] == nullptr || t.slots[i]->owner == d) return &t.slots[i];
-    }
-}
-
-KeyIndex *existingIndex(const __LUMDictionary *d)
-{
-    if (__keyIndexes.count == 0) return nullptr;
-    KeyIndex **slot = indexSlotOf(d);
-    return slot != nullptr ? *slot : nullptr;
-}
-
-bool growIndexTable()
-{
-    IndexTable &t = __keyIndexes;
-    size_t capacity = t.capacity == 0 ? 64 : t.capacity * 2;
-    auto *slots = static_cast<KeyIndex **>(calloc(capacity, sizeof(KeyIndex *)));
-    if (slots == nullptr) return false;
-    for (size_t i = 0; i < t.capacity; i++) {
-        if (t.slots[i] == nullptr) continue;
-        size_t at = pointerSlot(t.slots[i]->owner, capacity);
-        while (slots[at] != nullptr) at = (at + 1) & (capacity - 1);
-        slots[at] = t.slots[i];
-    }
-    free(t.slots);
-    t.slots = slots;
-    t.capacity = capacity;
-    return true;
-}
-
-void dropIndex(const __LUMDictionary *d)
-{
-    IndexTable &t = __keyIndexes;
-    KeyIndex **slot = t.count > 0 ? indexSlotOf(d) : nullptr;
-    if (slot == nullptr || *slot == nullptr) return;
-    free((*slot)->entries);
-    free((*slot)->hashes);
-    free(*slot);
-    *slot = nullptr;
-    t.count--;
-    // Close the gap so that later probes still reach the entries behind it.
-    for (size_t i = (static_cast<size_t>(slot - t.slots) + 1) & (t.capacity - 1); t.slots[i] != nullptr; i = (i + 1) & (t.capacity - 1)) {
-        KeyIndex *moved = t.slots[i];
-        t.slots[i] = nullptr;
-        *indexSlotOf(moved->owner) = moved;
-    }
-}
-
-bool indexableKey(const void *key)
-{
-    return _LUMTypeCheckValid(key, LUMStringGetTypeID()) && !static_cast<const __LUMString *>(key)->isMutable;
-}
-
-bool resizeEntries(KeyIndex *index, size_t capacity)
-{
-    auto *entries = static_cast<uint32_t *>(calloc(capacity, sizeof(uint32_t)));
-    auto *hashes = static_cast<LUMHashCode *>(malloc(capacity * sizeof(LUMHashCode)));
-    if (entries == nullptr || hashes == nullptr) {
-        free(entries);
-        free(hashes);
-        return false;
-    }
-    for (size_t i = 0; i < index->capacity; i++) {
-        uint32_t entry = index->entries[i];
-        if (entry == kEmptyEntry || entry == kRemovedEntry) continue;
-        size_t at = index->hashes[i] & (capacity - 1);
-        while (entries[at] != kEmptyEntry) at = (at + 1) & (capacity - 1);
-        entries[at] = entry;
-        hashes[at] = index->hashes[i];
-    }
-    free(index->entries);
-    free(index->hashes);
-    index->entries = entries;
-    index->hashes = hashes;
-    index->capacity = capacity;
-    size_t live = 0;
-    for (size_t i = 0; i < capacity; i++) live += entries[i] != kEmptyEntry;
-    index->used = live;
-    return true;
-}
-
-/* Adds the key at slot; false when there is no memory (the index is then off). */
-bool addEntry(KeyIndex *index, LUMIndex slot, const void *key)
-{
-    if (2 * (index->used + 1) > index->capacity && !resizeEntries(index, index->capacity * 2)) return false;
-    LUMHashCode hash = LUMHash(key);
-    size_t at = hash & (index->capacity - 1);
-    while (index->entries[at] != kEmptyEntry && index->entries[at] != kRemovedEntry) at = (at + 1) & (index->capacity - 1);
-    if (index->entries[at] == kEmptyEntry) index->used++;
-    index->entries[at] = static_cast<uint32_t>(slot) + 1;
-    index->hashes[at] = hash;
-    return true;
-}
-
-void removeEntry(KeyIndex *index, LUMIndex slot, const void *key)
-{
-    LUMHashCode hash = LUMHash(key);
-    for (size_t at = hash & (index->capacity - 1); index->entries[at] != kEmptyEntry; at = (at + 1) & (index->capacity - 1)) {
-        if (index->entries[at] == static_cast<uint32_t>(slot) + 1) {
-            index->entries[at] = kRemovedEntry;
-            return;
-        }
-    }
-}
-
-void turnOff(KeyIndex *index)
-{
-    index->off = true;
-    free(index->entries);
-    free(index->hashes);
-    index->entries = nullptr;
-    index->hashes = nullptr;
-    index->capacity = 0;
-}
 
 /* The dictionary's index, made on first need; NULL when it cannot have one. */
-KeyIndex *indexFor(const __LUMDictionary *d)
+lum::TextIndex *indexFor(const __LUMDictionary *d)
 {
     if (d->slotCount < kIndexThreshold || d->keyCallBacks.equal != LUMEqual) return nullptr;
-    KeyIndex *index = existingIndex(d);
+    lum::TextIndex *index = lum::existingTextIndex(d);
     if (index != nullptr) return index->off ? nullptr : index;
-    if (2 * (__keyIndexes.count + 1) > __keyIndexes.capacity && !growIndexTable()) return nullptr;
-    index = static_cast<KeyIndex *>(calloc(1, sizeof(KeyIndex)));
+    index = lum::makeTextIndex(d, static_cast<size_t>(d->slotCount));
     if (index == nullptr) return nullptr;
-    index->owner = d;
-    *indexSlotOf(d) = index;
-    __keyIndexes.count++;
-    size_t capacity = 64;
-    while (capacity < 2 * static_cast<size_t>(d->slotCount)) capacity *= 2;
-    index->firstFree = 0;
-    if (!resizeEntries(index, capacity)) {
-        turnOff(index);
-        return nullptr;
-    }
     bool firstFreeFound = false;
     for (LUMIndex i = 0; i < d->slotCount; i++) {
         const void *key = d->keys[i];
@@ -263,34 +108,14 @@ KeyIndex *indexFor(const __LUMDictionary *d)
             firstFreeFound = true;
             continue;
         }
-        if (!indexableKey(key) || !addEntry(index, i, key)) {
-            turnOff(index);
-            return nullptr;
-        }
+        if (!lum::textIndexAdd(index, i, key)) return nullptr; // the index is off
     }
     if (!firstFreeFound) index->firstFree = d->slotCount;
     return index;
 }
 
-/* The scan's answer from the index: the lowest slot whose key has key's text. */
-LUMIndex findIndexedKey(const __LUMDictionary *d, KeyIndex *index, const void *key)
-{
-    // Every key is a string: anything else can match none of them, not even
-    // by identity.
-    if (!_LUMTypeCheckValid(key, LUMStringGetTypeID())) return kLUMNotFound;
-    LUMHashCode hash = LUMHash(key);
-    LUMIndex found = kLUMNotFound;
-    for (size_t at = hash & (index->capacity - 1); index->entries[at] != kEmptyEntry; at = (at + 1) & (index->capacity - 1)) {
-        uint32_t entry = index->entries[at];
-        if (entry == kRemovedEntry || index->hashes[at] != hash) continue;
-        LUMIndex slot = static_cast<LUMIndex>(entry - 1);
-        if ((found == kLUMNotFound || slot < found) && (d->keys[slot] == key || LUMEqual(d->keys[slot], key))) found = slot;
-    }
-    return found;
-}
-
 /* The first free slot, from the index's lower bound on. */
-LUMIndex findFreeSlot(const __LUMDictionary *d, KeyIndex *index)
+LUMIndex findFreeSlot(const __LUMDictionary *d, lum::TextIndex *index)
 {
     LUMIndex i = index->firstFree;
     while (i < d->slotCount && d->keys[i] != nullptr) i++;
@@ -302,17 +127,17 @@ LUMIndex findFreeSlot(const __LUMDictionary *d, KeyIndex *index)
 void putKey(__LUMDictionary *d, LUMIndex slot, const void *key)
 {
     d->keys[slot] = key;
-    KeyIndex *index = existingIndex(d);
+    lum::TextIndex *index = lum::existingTextIndex(d);
     if (index == nullptr || index->off || key == nullptr) return;
-    if (!indexableKey(key) || !addEntry(index, slot, key)) turnOff(index);
+    lum::textIndexAdd(index, slot, key);
 }
 
 void clearKey(__LUMDictionary *d, LUMIndex slot)
 {
     const void *key = d->keys[slot];
-    KeyIndex *index = existingIndex(d);
+    lum::TextIndex *index = lum::existingTextIndex(d);
     if (index != nullptr && !index->off && key != nullptr) {
-        removeEntry(index, slot, key);
+        lum::textIndexRemove(index, slot, key);
         if (slot < index->firstFree) index->firstFree = slot;
     }
     d->keys[slot] = nullptr;
@@ -320,8 +145,8 @@ void clearKey(__LUMDictionary *d, LUMIndex slot)
 
 LUMIndex findKey(const __LUMDictionary *d, const void *key)
 {
-    if (KeyIndex *index = indexFor(d)) {
-        return key == nullptr ? findFreeSlot(d, index) : findIndexedKey(d, index, key);
+    if (lum::TextIndex *index = indexFor(d)) {
+        return key == nullptr ? findFreeSlot(d, index) : lum::textIndexFind(index, key, d->keys, true);
     }
     for (LUMIndex i = 0; i < d->slotCount; i++) {
         if (__LUMDictionaryEqualKey(d, d->keys[i], key)) return i;
@@ -370,7 +195,7 @@ void __LUMDictionaryFinalizeInstance(LUMTypeRef obj)
     __LUMDictionary *d = lum::object<__LUMDictionary>(obj);
     for (LUMIndex i = 0; i < d->slotCount; i++) releaseSlot(d, i);
     d->count = 0;
-    dropIndex(d);
+    lum::dropTextIndex(d);
     if (!hasInlineSlots(d)) {
         LUMAllocatorDeallocate(LUMGetAllocator(obj), d->keys);
         LUMAllocatorDeallocate(LUMGetAllocator(obj), d->values);
@@ -671,6 +496,191 @@ void LUMDictionaryRemoveAllValues(LUMMutableDictionaryRef dictionary)
     __LUMDictionary *d = dictionary;
     for (LUMIndex i = 0; i < d->slotCount; i++) releaseSlot(d, i);
     d->count = 0;
+}
+
+
+/* ---- lum::TextIndex -------------------------------------------------------------
+ * An index of string texts over the positions of a container's elements,
+ * kept beside the container in a table keyed by its address (the records'
+ * layouts stay as they are). Entries are multi-valued: every position of a
+ * text is there, and a lookup picks the lowest or the highest position
+ * whose element has the key's text, as the container's scan would. */
+
+namespace {
+
+constexpr uint32_t kEmptyEntry = 0;
+constexpr uint32_t kRemovedEntry = UINT32_MAX;
+
+/* The indexes, by owner: an open-addressing table of pointers. */
+struct IndexTable {
+    lum::TextIndex **slots;
+    size_t capacity;
+    size_t count;
+};
+IndexTable __textIndexes = {nullptr, 0, 0};
+
+size_t pointerSlot(const void *p, size_t capacity)
+{
+    uint64_t h = static_cast<uint64_t>(reinterpret_cast<uintptr_t>(p)) * 0x9E3779B97F4A7C15ull;
+    return static_cast<size_t>(h >> 32) & (capacity - 1);
+}
+
+lum::TextIndex **indexSlotOf(const void *owner)
+{
+    IndexTable &t = __textIndexes;
+    if (t.capacity == 0) return nullptr;
+    for (size_t i = pointerSlot(owner, t.capacity);; i = (i + 1) & (t.capacity - 1)) {
+        if (t.slots[i] == nullptr || t.slots[i]->owner == owner) return &t.slots[i];
+    }
+}
+
+bool growIndexTable()
+{
+    IndexTable &t = __textIndexes;
+    size_t capacity = t.capacity == 0 ? 64 : t.capacity * 2;
+    auto *slots = static_cast<lum::TextIndex **>(calloc(capacity, sizeof(lum::TextIndex *)));
+    if (slots == nullptr) return false;
+    for (size_t i = 0; i < t.capacity; i++) {
+        if (t.slots[i] == nullptr) continue;
+        size_t at = pointerSlot(t.slots[i]->owner, capacity);
+        while (slots[at] != nullptr) at = (at + 1) & (capacity - 1);
+        slots[at] = t.slots[i];
+    }
+    free(t.slots);
+    t.slots = slots;
+    t.capacity = capacity;
+    return true;
+}
+
+bool indexableString(const void *element)
+{
+    return _LUMTypeCheckValid(element, LUMStringGetTypeID()) && !static_cast<const __LUMString *>(element)->isMutable;
+}
+
+bool resizeEntries(lum::TextIndex *index, size_t capacity)
+{
+    auto *entries = static_cast<uint32_t *>(calloc(capacity, sizeof(uint32_t)));
+    auto *hashes = static_cast<LUMHashCode *>(malloc(capacity * sizeof(LUMHashCode)));
+    if (entries == nullptr || hashes == nullptr) {
+        free(entries);
+        free(hashes);
+        return false;
+    }
+    for (size_t i = 0; i < index->capacity; i++) {
+        uint32_t entry = index->entries[i];
+        if (entry == kEmptyEntry || entry == kRemovedEntry) continue;
+        size_t at = index->hashes[i] & (capacity - 1);
+        while (entries[at] != kEmptyEntry) at = (at + 1) & (capacity - 1);
+        entries[at] = entry;
+        hashes[at] = index->hashes[i];
+    }
+    free(index->entries);
+    free(index->hashes);
+    index->entries = entries;
+    index->hashes = hashes;
+    index->capacity = capacity;
+    size_t live = 0;
+    for (size_t i = 0; i < capacity; i++) live += entries[i] != kEmptyEntry;
+    index->used = live;
+    return true;
+}
+
+void turnOff(lum::TextIndex *index)
+{
+    index->off = true;
+    free(index->entries);
+    free(index->hashes);
+    index->entries = nullptr;
+    index->hashes = nullptr;
+    index->capacity = 0;
+}
+
+} // namespace
+
+lum::TextIndex *lum::existingTextIndex(const void *owner)
+{
+    if (__textIndexes.count == 0) return nullptr;
+    TextIndex **slot = indexSlotOf(owner);
+    return slot != nullptr ? *slot : nullptr;
+}
+
+lum::TextIndex *lum::makeTextIndex(const void *owner, size_t positions)
+{
+    if (2 * (__textIndexes.count + 1) > __textIndexes.capacity && !growIndexTable()) return nullptr;
+    auto *index = static_cast<TextIndex *>(calloc(1, sizeof(TextIndex)));
+    if (index == nullptr) return nullptr;
+    index->owner = owner;
+    *indexSlotOf(owner) = index;
+    __textIndexes.count++;
+    size_t capacity = 64;
+    while (capacity < 2 * positions) capacity *= 2;
+    if (!resizeEntries(index, capacity)) {
+        turnOff(index);
+        return nullptr;
+    }
+    return index;
+}
+
+void lum::dropTextIndex(const void *owner)
+{
+    IndexTable &t = __textIndexes;
+    TextIndex **slot = t.count > 0 ? indexSlotOf(owner) : nullptr;
+    if (slot == nullptr || *slot == nullptr) return;
+    free((*slot)->entries);
+    free((*slot)->hashes);
+    free(*slot);
+    *slot = nullptr;
+    t.count--;
+    // Close the gap so that later probes still reach the entries behind it.
+    for (size_t i = (static_cast<size_t>(slot - t.slots) + 1) & (t.capacity - 1); t.slots[i] != nullptr; i = (i + 1) & (t.capacity - 1)) {
+        TextIndex *moved = t.slots[i];
+        t.slots[i] = nullptr;
+        *indexSlotOf(moved->owner) = moved;
+    }
+}
+
+bool lum::textIndexAdd(TextIndex *index, LUMIndex position, const void *element)
+{
+    if (!indexableString(element) ||
+        (2 * (index->used + 1) > index->capacity && !resizeEntries(index, index->capacity * 2))) {
+        turnOff(index);
+        return false;
+    }
+    LUMHashCode hash = LUMHash(element);
+    size_t at = hash & (index->capacity - 1);
+    while (index->entries[at] != kEmptyEntry && index->entries[at] != kRemovedEntry) at = (at + 1) & (index->capacity - 1);
+    if (index->entries[at] == kEmptyEntry) index->used++;
+    index->entries[at] = static_cast<uint32_t>(position) + 1;
+    index->hashes[at] = hash;
+    return true;
+}
+
+void lum::textIndexRemove(TextIndex *index, LUMIndex position, const void *element)
+{
+    LUMHashCode hash = LUMHash(element);
+    for (size_t at = hash & (index->capacity - 1); index->entries[at] != kEmptyEntry; at = (at + 1) & (index->capacity - 1)) {
+        if (index->entries[at] == static_cast<uint32_t>(position) + 1) {
+            index->entries[at] = kRemovedEntry;
+            return;
+        }
+    }
+}
+
+LUMIndex lum::textIndexFind(const TextIndex *index, const void *key, const void *const *elements, bool lowest)
+{
+    // Every element is a string: anything else can match none of them, not
+    // even by identity.
+    if (!_LUMTypeCheckValid(key, LUMStringGetTypeID())) return kLUMNotFound;
+    LUMHashCode hash = LUMHash(key);
+    LUMIndex found = kLUMNotFound;
+    for (size_t at = hash & (index->capacity - 1); index->entries[at] != kEmptyEntry; at = (at + 1) & (index->capacity - 1)) {
+        uint32_t entry = index->entries[at];
+        if (entry == kRemovedEntry || index->hashes[at] != hash) continue;
+        auto position = static_cast<LUMIndex>(entry - 1);
+        bool better = found == kLUMNotFound || (lowest ? position < found : position > found);
+        if (better && (elements[position] == key || LUMEqual(elements[position], key))) found = position;
+    }
+    return found;
 }
 
 /* Hidden aliases for calls from inside the library (see LUMPrivate.h). */

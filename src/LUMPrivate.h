@@ -197,6 +197,31 @@ inline bool elementsEqual(Equal equal, const void *a, const void *b)
     return equal(a, b) != 0;
 }
 
+/* ---- An index of string texts beside a container --------------------------
+ * For containers whose lookups are defined as scans comparing with LUMEqual:
+ * while every element is an immutable library string, the scan's answer
+ * depends on texts alone and can come from this index (kept in a side
+ * table by the container's address). Adding anything else turns it off. */
+struct TextIndex {
+    const void *owner;
+    uint32_t *entries;    // position + 1, or empty / removed marks
+    LUMHashCode *hashes;  // the text's hash, beside each entry
+    size_t capacity;      // a power of two; at most half in use
+    size_t used;          // entries and removed marks
+    LUMIndex firstFree;   // for dictionaries: every slot below it holds a key
+    bool off;             // an element that is not an immutable library string
+};
+TextIndex *existingTextIndex(const void *owner);
+/* A new empty index for owner, sized for positions; NULL without memory. */
+TextIndex *makeTextIndex(const void *owner, size_t positions);
+void dropTextIndex(const void *owner);
+/* False (and the index off) for an element that is not an immutable library
+ * string, or without memory. */
+bool textIndexAdd(TextIndex *index, LUMIndex position, const void *element);
+void textIndexRemove(TextIndex *index, LUMIndex position, const void *element);
+/* The lowest (or highest) position whose element has key's text. */
+LUMIndex textIndexFind(const TextIndex *index, const void *key, const void *const *elements, bool lowest);
+
 /* ---- Builders for readers that make whole trees ------------------------
  * Private shortcuts with the same results as the public calls, minus steps
  * no caller can see: no retain-release pair for a reference handed over,

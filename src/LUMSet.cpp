@@ -50,9 +50,38 @@ void releaseValue(const __LUMSet *set, const void *value)
     if (set->callBacks.release != nullptr) set->callBacks.release(value);
 }
 
+/* ---- Text index ---------------------------------------------------------------
+ * Every lookup is defined as a scan of all values keeping the last match.
+ * When the set compares with LUMEqual and every value is an immutable
+ * string of the library's own class, the answer depends on texts alone:
+ * sets of kIndexThreshold values or more answer from a lum::TextIndex
+ * instead (built on the first lookup, extended by appends, dropped by
+ * removals, which move positions), calling no caller's code either way. */
+
+constexpr LUMIndex kIndexThreshold = 32;
+
+lum::TextIndex *indexFor(const __LUMSet *set)
+{
+    if (set->count < kIndexThreshold || set->callBacks.equal != LUMEqual) return nullptr;
+    lum::TextIndex *index = lum::existingTextIndex(set);
+    if (index != nullptr) return index->off ? nullptr : index;
+    index = lum::makeTextIndex(set, static_cast<size_t>(set->count));
+    if (index == nullptr) return nullptr;
+    for (LUMIndex i = 0; i < set->count; i++) {
+        if (!lum::textIndexAdd(index, i, set->values[i])) return nullptr; // the index is off
+    }
+    return index;
+}
+
 /* Scans every value and keeps the last match; no identity shortcut. */
 LUMIndex __LUMSetGetIndexOfValue(const __LUMSet *set, const void *candidate)
 {
+    if (lum::TextIndex *index = indexFor(set)) {
+        // equal(candidate, value) is LUMEqual: anything but a string matches
+        // no string, and a string matches by text.
+        if (candidate == nullptr || !_LUMTypeCheckValid(candidate, LUMStringGetTypeID())) return kLUMNotFound;
+        return lum::textIndexFind(index, candidate, set->values, false);
+    }
     LUMIndex found = kLUMNotFound;
     for (LUMIndex i = 0; i < set->count; i++) {
         bool match = set->callBacks.equal != nullptr ? set->callBacks.equal(candidate, set->values[i]) != 0
@@ -76,6 +105,8 @@ void appendValue(__LUMSet *set, const void *value)
 {
     if (!__LUMSetEnsureCapacity(set, static_cast<int64_t>(set->count) + 1)) return; // no room: unchanged
     set->values[set->count++] = retainValue(set, value);
+    lum::TextIndex *index = lum::existingTextIndex(set);
+    if (index != nullptr && !index->off) lum::textIndexAdd(index, set->count - 1, set->values[set->count - 1]);
 }
 
 Boolean __LUMSetInitializeInstance(LUMTypeRef obj)
@@ -94,6 +125,7 @@ void __LUMSetFinalizeInstance(LUMTypeRef obj)
 {
     __LUMSet *set = lum::object<__LUMSet>(obj);
     LUMSetRemoveAllValues(set);
+    lum::dropTextIndex(set);
     LUMAllocatorDeallocate(LUMGetAllocator(obj), set->values);
     set->values = nullptr;
 }
@@ -221,6 +253,13 @@ void LUMSetReplaceValue(LUMMutableSetRef set, const void *value)
     if (i == kLUMNotFound) return;
     const void *old = set->values[i];
     set->values[i] = retainValue(set, value);
+    // The new value has the old one's text; the index stays right unless it
+    // is something it cannot hold (a mutable string).
+    lum::TextIndex *index = lum::existingTextIndex(set);
+    if (index != nullptr && !index->off && set->values[i] != old) {
+        lum::textIndexRemove(index, i, old);
+        lum::textIndexAdd(index, i, set->values[i]);
+    }
     releaseValue(set, old);
 }
 
@@ -234,6 +273,7 @@ void LUMSetRemoveValue(LUMMutableSetRef set, const void *value)
 {
     LUMIndex i = __LUMSetGetIndexOfValue(set, value);
     if (i == kLUMNotFound) return;
+    lum::dropTextIndex(set); // positions move: made again on the next lookup
     // Release first, then close the gap: a release callback sees the old count.
     releaseValue(set, set->values[i]);
     for (LUMIndex k = i; k < set->count - 1; k++) set->values[k] = set->values[k + 1];
@@ -243,6 +283,7 @@ void LUMSetRemoveValue(LUMMutableSetRef set, const void *value)
 
 void LUMSetRemoveAllValues(LUMMutableSetRef set)
 {
+    lum::dropTextIndex(set);
     while (set->count > 0) {
         releaseValue(set, set->values[set->count - 1]);
         set->values[set->count - 1] = nullptr;

@@ -429,6 +429,21 @@ LUMStringRef LUMStringCreateWithCStringNoCopy(LUMAllocatorRef allocator, const c
 LUMStringRef LUMStringCreateWithBytes(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex numBytes, LUMStringEncoding encoding)
 {
     allocator = resolvedAllocator(allocator);
+    if (allocator == kLUMAllocatorSystemDefault) {
+        // The library's own allocator: the text goes in the record's block
+        // (a caller's allocator sees the text's block, then the record's).
+        auto *ptr = lum::object<__LUMString>(lum::createInstance(allocator, LUMStringGetTypeID(), static_cast<size_t>(numBytes) + 1));
+        if (ptr == nullptr) return nullptr;
+        char *text = reinterpret_cast<char *>(ptr + 1);
+        if (numBytes > 0) memcpy(text, bytes, static_cast<size_t>(numBytes));
+        text[numBytes] = '\0';
+        ptr->buffer = text;
+        ptr->bufferType = _kLUMStringBufferTypeCString;
+        ptr->length = decodedLength(reinterpret_cast<const UInt8 *>(text));
+        ptr->encoding = encoding;
+        ptr->contentsDeallocator = kLUMAllocatorNull;
+        return ptr;
+    }
     char *copy = static_cast<char *>(LUMAllocatorAllocate(allocator, numBytes + 1, 0));
     if (numBytes > 0) memcpy(copy, bytes, static_cast<size_t>(numBytes));
     copy[numBytes] = '\0';

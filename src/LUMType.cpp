@@ -74,11 +74,11 @@ Boolean (_LUMTypeCheckValid)(LUMTypeRef obj, LUMTypeID id)
     return id == 0 || header(obj)->typeID == id;
 }
 
-Boolean (_LUMTypeInitializeInstance)(LUMTypeRef memory, LUMAllocatorRef allocator, LUMTypeID id)
+namespace {
+
+/* The header of a new instance of cls, then the class's initializer. */
+inline Boolean initializeInstance(LUMTypeRef memory, LUMAllocatorRef allocator, LUMTypeID id, const LUMRuntimeClass *cls)
 {
-    if (allocator == nullptr) allocator = LUMAllocatorGetDefault();
-    const LUMRuntimeClass *cls = _LUMTypeGetClassByID(id);
-    if (cls == nullptr) return false;
     LUMRuntimeBase *base = header(memory);
     base->magic = _kLUMRuntimeMagicAlive;
     base->typeID = id;
@@ -91,6 +91,16 @@ Boolean (_LUMTypeInitializeInstance)(LUMTypeRef memory, LUMAllocatorRef allocato
     return cls->initialize != nullptr ? cls->initialize(memory) : true;
 }
 
+} // namespace
+
+Boolean (_LUMTypeInitializeInstance)(LUMTypeRef memory, LUMAllocatorRef allocator, LUMTypeID id)
+{
+    if (allocator == nullptr) allocator = LUMAllocatorGetDefault();
+    const LUMRuntimeClass *cls = _LUMTypeGetClassByID(id);
+    if (cls == nullptr) return false;
+    return initializeInstance(memory, allocator, id, cls);
+}
+
 LUMTypeRef (_LUMTypeCreateInstance)(LUMAllocatorRef allocator, LUMTypeID id) { return lum::createInstance(allocator, id, 0); }
 
 LUMTypeRef lum::createInstance(LUMAllocatorRef allocator, LUMTypeID id, size_t extraBytes)
@@ -100,10 +110,12 @@ LUMTypeRef lum::createInstance(LUMAllocatorRef allocator, LUMTypeID id, size_t e
     if (allocator == nullptr) allocator = LUMAllocatorGetDefault();
     size_t bytes = cls->instanceSize + extraBytes;
     if (bytes < extraBytes || bytes > static_cast<size_t>(INT32_MAX)) return nullptr;
-    void *memory = LUMAllocatorAllocate(allocator, static_cast<LUMIndex>(bytes), 0);
+    // The library's own malloc allocator is called straight; any other
+    // allocator through its context, as always.
+    void *memory = allocator == kLUMAllocatorSystemDefault ? malloc(bytes) : LUMAllocatorAllocate(allocator, static_cast<LUMIndex>(bytes), 0);
     if (memory == nullptr) return nullptr;
-    _LUMZeroMemory(memory, cls->instanceSize); // the extra bytes are the caller's to fill
-    if (!_LUMTypeInitializeInstance(memory, allocator, id)) {
+    memset(memory, 0, cls->instanceSize); // the extra bytes are the caller's to fill
+    if (!initializeInstance(memory, allocator, id, cls)) {
         // No finalize runs, and the reference taken on the allocator during
         // initialisation is not given back: a failed initialiser leaves the
         // allocator one retain higher.
@@ -165,7 +177,8 @@ void finalizeAndFree(LUMTypeRef obj)
         if (base->retainCount != 0) return; // resurrected by its finalizer
         LUMAllocatorRef allocator = base->allocator;
         base->magic = _kLUMRuntimeMagicDead;
-        LUMAllocatorDeallocate(allocator, const_cast<void *>(obj));
+        if (allocator == kLUMAllocatorSystemDefault) free(const_cast<void *>(obj));
+        else LUMAllocatorDeallocate(allocator, const_cast<void *>(obj));
         // An allocator that allocated itself holds no reference on itself:
         // it was its own (still constant-looking) allocator when it retained.
         if (allocator == obj) return;

@@ -2,6 +2,12 @@
  * Part of LumBase; MIT licence. */
 #include "support/LUMTestSupport.h"
 
+#include <LumBase/LUMInternal.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
 using namespace lumtest;
 
 namespace {
@@ -203,4 +209,118 @@ TEST(LUMSet, RemoveAllValuesGoesLastToFirstWithCountsThreeTwoOne)
     EXPECT_EQ(gSetReleases, expected);
     EXPECT_EQ(LUMSetGetCount(set), 0);
     LUMRelease(set);
+}
+
+namespace {
+
+std::vector<std::string> *gSetCalls = nullptr;
+const void *loggingRetain(const void *value)
+{
+    if (gSetCalls != nullptr) gSetCalls->push_back("retain " + Text(static_cast<LUMStringRef>(value)));
+    return LUMRetain(value);
+}
+void loggingRelease(const void *value)
+{
+    if (gSetCalls != nullptr) gSetCalls->push_back("release " + Text(static_cast<LUMStringRef>(value)));
+    LUMRelease(value);
+}
+// The same comparison through a function of the test's own: a set with it
+// scans every value as the definition says, whatever its size.
+Boolean scanningEqual(const void *a, const void *b) { return LUMEqual(a, b); }
+
+std::vector<std::string> Values(LUMSetRef set)
+{
+    std::vector<const void *> values(static_cast<size_t>(LUMSetGetCount(set)));
+    LUMSetGetValues(set, values.data());
+    std::vector<std::string> texts;
+    for (const void *v : values) texts.push_back(Text(static_cast<LUMStringRef>(v)));
+    return texts;
+}
+
+} // namespace
+
+TEST(LUMSet, LargeSetsOfStringsAnswerAsTheScanDoes)
+{
+    // Random adds, sets, replaces, removes and lookups on a set comparing
+    // with LUMEqual and on its twin comparing through a function of the
+    // test's own (which always scans): every answer (the last match, by
+    // identity too), the order, the callbacks' calls and the allocator's
+    // calls agree.
+    const LUMSetCallBacks indexed = {0, loggingRetain, loggingRelease, LUMCopyDescription, LUMEqual, LUMHash};
+    const LUMSetCallBacks scanned = {0, loggingRetain, loggingRelease, LUMCopyDescription, scanningEqual, LUMHash};
+    CountingAllocator countA, countB;
+    LUMMutableSetRef a = LUMSetCreateMutable(countA.allocator, 0, &indexed);
+    LUMMutableSetRef b = LUMSetCreateMutable(countB.allocator, 0, &scanned);
+    std::vector<std::string> callsA, callsB;
+    std::mt19937 random(17);
+    auto makeValue = [&random](const std::string &text) -> LUMStringRef {
+        switch (random() % 3) {
+        case 0: return LUMStringCreateWithCString(nullptr, text.c_str(), kLUMStringEncodingUTF8);
+        case 1: {
+            std::vector<UniChar> units(text.begin(), text.end());
+            return LUMStringCreateWithCharacters(nullptr, units.data(), static_cast<LUMIndex>(units.size()));
+        }
+        default: {
+            LUMMutableStringRef m = LUMStringCreateMutable(nullptr, 0); // a mutable probe
+            LUMStringAppendCString(m, text.c_str(), kLUMStringEncodingUTF8);
+            return m;
+        }
+        }
+    };
+    for (int step = 0; step < 5000; step++) {
+        int range = step < 2500 ? 300 : 50;
+        std::string text = "v" + std::to_string(random() % static_cast<uint32_t>(range));
+        LUMStringRef value = makeValue(text);
+        unsigned op = random() % 10;
+        bool isMutable = reinterpret_cast<const __LUMString *>(value)->isMutable;
+        if (isMutable && op < 6 && step != 3500) op = 7; // mutable values stay probes, but for once
+        auto apply = [&](LUMMutableSetRef set, std::vector<std::string> *calls) {
+            gSetCalls = calls;
+            switch (op) {
+            case 0: case 1: case 2: LUMSetAddValue(set, value); break;
+            case 3: LUMSetSetValue(set, value); break;
+            case 4: LUMSetReplaceValue(set, value); break;
+            case 5: case 6: LUMSetRemoveValue(set, value); break;
+            default: break;
+            }
+            gSetCalls = nullptr;
+        };
+        apply(a, &callsA);
+        apply(b, &callsB);
+        LUMStringRef probe = makeValue("v" + std::to_string(random() % static_cast<uint32_t>(range)));
+        ASSERT_EQ(LUMSetContainsValue(a, probe), LUMSetContainsValue(b, probe)) << step;
+        const void *foundA = nullptr, *foundB = nullptr;
+        ASSERT_EQ(LUMSetGetValueIfPresent(a, probe, &foundA), LUMSetGetValueIfPresent(b, probe, &foundB)) << step;
+        ASSERT_EQ(foundA, foundB) << step; // the very same object: the last match
+        ASSERT_EQ(LUMSetGetCount(a), LUMSetGetCount(b)) << step;
+        EXPECT_FALSE(LUMSetContainsValue(a, kLUMNull)); // not a string: nothing matches
+        if (step % 500 == 0) {
+            ASSERT_EQ(Values(a), Values(b)) << step;
+        }
+        if (step == 4000) {
+            LUMSetRemoveAllValues(a);
+            LUMSetRemoveAllValues(b);
+        }
+        LUMRelease(probe);
+        LUMRelease(value);
+    }
+    EXPECT_EQ(Values(a), Values(b));
+    EXPECT_EQ(callsA, callsB);
+    ASSERT_EQ(countA.calls.size(), countB.calls.size());
+    for (size_t i = 0; i < countA.calls.size(); i++) {
+        EXPECT_EQ(countA.calls[i].kind, countB.calls[i].kind);
+        EXPECT_EQ(countA.calls[i].size, countB.calls[i].size);
+    }
+    // Sets made whole, with repeated texts: the last one is found.
+    LUMStringRef first = LUMStringCreateWithCString(nullptr, "same", kLUMStringEncodingUTF8);
+    LUMStringRef second = LUMStringCreateWithCString(nullptr, "same", kLUMStringEncodingUTF8);
+    std::vector<const void *> many;
+    for (int i = 0; i < 40; i++) many.push_back(i == 5 ? first : (i == 30 ? second : LUMSTR("filler")));
+    LUMSetRef whole = LUMSetCreate(nullptr, many.data(), static_cast<LUMIndex>(many.size()), &kLUMTypeSetCallBacks);
+    EXPECT_EQ(LUMSetGetValue(whole, LUMSTR("same")), second);
+    LUMRelease(whole);
+    LUMRelease(second);
+    LUMRelease(first);
+    LUMRelease(a);
+    LUMRelease(b);
 }
