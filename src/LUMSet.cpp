@@ -54,11 +54,12 @@ void releaseValue(const __LUMSet *set, const void *value)
  * Every lookup is defined as a scan of all values keeping the last match.
  * When the set compares with LUMEqual and every value is an immutable
  * string of the library's own class, the answer depends on texts alone:
- * sets of kIndexThreshold values or more answer from a lum::TextIndex
+ * sets of kIndexThreshold values or more (sets are few and small ones
+ * common, so the bar is low) answer from a lum::TextIndex
  * instead (built on the first lookup, extended by appends, dropped by
  * removals, which move positions), calling no caller's code either way. */
 
-constexpr LUMIndex kIndexThreshold = 32;
+constexpr LUMIndex kIndexThreshold = 8;
 
 lum::TextIndex *indexFor(const __LUMSet *set)
 {
