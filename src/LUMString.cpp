@@ -646,11 +646,16 @@ Boolean LUMStringGetCString(LUMStringRef str, char *buffer, LUMIndex bufferSize,
     // Without room even for the NUL nothing fits and nothing is written (a
     // null buffer of size 0 is the usual way to ask).
     if (bufferSize < 1) return false;
-    CharacterReader reader(str);
+    // Characters in order, straight from the storage: units as they are,
+    // bytes through the decoder (what a reader of the string would give).
+    const __LUMString *ptr = stringObject(str);
+    if (!hasKnownBufferType(ptr)) unexpectedBufferType("LUMStringGetCString");
+    bool isBytes = ptr->bufferType == _kLUMStringBufferTypeCString;
+    LUMIndex byteIndex = 0;
     LUMIndex written = 0;
     UInt8 *out = reinterpret_cast<UInt8 *>(buffer);
-    for (LUMIndex i = 0; i < reader.length(); i++) {
-        UniChar unit = reader[i];
+    for (LUMIndex i = 0; i < ptr->length; i++) {
+        UniChar unit = isBytes ? lum::decodeUTF8(bytesOf(ptr), byteIndex) : unitsOf(ptr)[i];
         // Each character must leave two bytes free: one for the NUL and one
         // deliberate byte of reserve.
         if (written + encodedSize(unit) >= bufferSize - 1) {
@@ -1329,10 +1334,18 @@ bool renderPlainInteger(const FormatSpec &piece, UniChar conversion, int width, 
     unsigned long magnitude = negative ? 0ul - static_cast<unsigned long>(value) : static_cast<unsigned long>(value);
     char digits[24];
     int count = 0;
-    do {
-        digits[count++] = digitsOf[magnitude % base];
-        magnitude /= base;
-    } while (magnitude != 0);
+    // Constant divisors, so that no digit costs a hardware division.
+    if (base == 16) {
+        do {
+            digits[count++] = digitsOf[magnitude & 0xF];
+            magnitude >>= 4;
+        } while (magnitude != 0);
+    } else {
+        do {
+            digits[count++] = static_cast<char>('0' + magnitude % 10);
+            magnitude /= 10;
+        } while (magnitude != 0);
+    }
     char text[96];
     int length = 0;
     int used = count + (negative ? 1 : 0);
