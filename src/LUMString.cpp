@@ -13,6 +13,8 @@
 #define LUM_SOURCE_FILE "src/LUMString"
 #include "LUMStringPrivate.h"
 
+#include <cmath>
+
 #include <LumBase/LUMArray.h>
 #include <LumBase/LUMData.h>
 #include <LumBase/LUMDictionary.h>
@@ -1241,14 +1243,17 @@ void cutFormat(const UniChar *fmt, LUMIndex formatLength, LUMIndex fSpecsCount, 
     while (specCount < fSpecsCount && index < formatLength) {
         LUMIndex runStart = index;
         while (index < formatLength && fmt[index] != '%') index++;
+        // Pieces are written where they stay (no copies of whole records).
         if (index > runStart) {
-            parsed.specs[specCount++] = FormatSpec{runStart, index - runStart, -1, 0, -1, 0, -1, 0, 0, kFormatLiteral};
+            FormatSpec &run = parsed.specs[specCount++];
+            run = FormatSpec{runStart, index - runStart, -1, 0, -1, 0, -1, 0, 0, kFormatLiteral};
         }
         if (index >= formatLength || specCount >= fSpecsCount) break;
-        FormatSpec piece{index, 0, -1, 0, -1, 0, -1, 0, 0, kFormatUnknown};
+        FormatSpec &piece = parsed.specs[specCount];
+        piece = FormatSpec{index, 0, -1, 0, -1, 0, -1, 0, 0, kFormatUnknown};
         LUMIndex next = parseConversion(fmt, formatLength, index + 1, piece);
         if (next < 0) break; // the format ended inside a piece: dropped
-        parsed.specs[specCount++] = piece;
+        specCount++;
         index = next;
     }
 }
@@ -1361,6 +1366,215 @@ bool renderPlainInteger(const FormatSpec &piece, UniChar conversion, int width, 
     return true;
 }
 
+#ifdef __SIZEOF_INT128__
+/* ---- Doubles without snprintf -------------------------------------------------
+ * %f %e %g (and %E %G) with at most the '-' and '0' flags, a width and a
+ * precision up to 17, for values whose decimal scaling fits 128 bits: the
+ * digits come from exact integer arithmetic, rounded half to even as the C
+ * library rounds, so the text is the C library's. Everything else still
+ * goes through snprintf. */
+using Wide = unsigned __int128;
+
+constexpr int kMaxWideDecimalPower = 38;
+
+Wide wideTenTo(int power)
+{
+    Wide result = 1;
+    for (int i = 0; i < power; i++) result *= 10;
+    return result;
+}
+
+int wideBits(Wide value)
+{
+    auto high = static_cast<uint64_t>(value >> 64);
+    if (high != 0) return 128 - __builtin_clzll(high);
+    auto low = static_cast<uint64_t>(value);
+    return low != 0 ? 64 - __builtin_clzll(low) : 0;
+}
+
+/* round(a x 10^k), half to even, for finite a > 0; false when it cannot be
+ * held exactly in 128 bits. */
+bool scaledRounded(double a, int k, Wide &out)
+{
+    if (k > kMaxWideDecimalPower || k < -kMaxWideDecimalPower) return false;
+    uint64_t bits;
+    memcpy(&bits, &a, sizeof bits);
+    auto biased = static_cast<int>(bits >> 52);
+    uint64_t mantissa = bits & ((uint64_t{1} << 52) - 1);
+    int exponent = biased == 0 ? -1074 : biased - 1075;
+    if (biased != 0) mantissa |= uint64_t{1} << 52;
+    // value = numerator / denominator, both exact.
+    Wide numerator = mantissa, denominator = 1;
+    if (k >= 0) {
+        Wide power = wideTenTo(k);
+        if (wideBits(numerator) + wideBits(power) > 127) return false;
+        numerator *= power;
+    } else {
+        denominator = wideTenTo(-k);
+    }
+    if (exponent >= 0) {
+        if (wideBits(numerator) + exponent > 127) return false;
+        numerator <<= exponent;
+    } else if (k >= 0) {
+        // Dividing by a power of two: a shift, and the bits shifted out.
+        int shift = -exponent;
+        if (shift > 126) return false;
+        Wide quotient = numerator >> shift;
+        Wide rest = numerator & ((Wide{1} << shift) - 1);
+        Wide half = Wide{1} << (shift - 1);
+        if (rest > half || (rest == half && (quotient & 1) != 0)) quotient++;
+        out = quotient;
+        return true;
+    } else {
+        if (wideBits(denominator) - exponent > 127) return false;
+        denominator <<= -exponent;
+    }
+    Wide quotient = numerator / denominator, remainder = numerator % denominator;
+    Wide twice = remainder << 1; // remainder < denominator < 2^127: no overflow
+    if (twice > denominator || (twice == denominator && (quotient & 1) != 0)) quotient++;
+    out = quotient;
+    return true;
+}
+
+/* The decimal digits of value (at least minimum of them, zeros in front). */
+int wideDigits(Wide value, int minimum, char *digits)
+{
+    char reversed[48];
+    int count = 0;
+    do {
+        reversed[count++] = static_cast<char>('0' + static_cast<int>(value % 10));
+        value /= 10;
+    } while (value != 0);
+    while (count < minimum) reversed[count++] = '0';
+    for (int i = 0; i < count; i++) digits[i] = reversed[count - 1 - i];
+    return count;
+}
+
+/* Positional text of a with precision digits after the point. */
+bool fixedText(double a, int precision, char *text, int &length)
+{
+    Wide scaled;
+    if (!scaledRounded(a, precision, scaled)) return false;
+    char digits[48];
+    int count = wideDigits(scaled, precision + 1, digits);
+    int whole = count - precision;
+    length = 0;
+    for (int i = 0; i < whole; i++) text[length++] = digits[i];
+    if (precision > 0) {
+        text[length++] = '.';
+        for (int i = whole; i < count; i++) text[length++] = digits[i];
+    }
+    return true;
+}
+
+/* The precision + 1 significant digits of a and its decimal exponent. */
+bool scientificDigits(double a, int precision, char *digits, int &exponent)
+{
+    exponent = static_cast<int>(std::floor(std::log10(a)));
+    for (int attempt = 0; attempt < 3; attempt++) {
+        Wide scaled;
+        if (!scaledRounded(a, precision - exponent, scaled)) return false;
+        Wide low = wideTenTo(precision), high = low * 10;
+        if (scaled >= high) {
+            exponent++;
+            continue;
+        }
+        if (scaled < low) {
+            exponent--;
+            continue;
+        }
+        wideDigits(scaled, precision + 1, digits);
+        return true;
+    }
+    return false;
+}
+
+void scientificText(const char *digits, int precision, int exponent, char e, char *text, int &length)
+{
+    length = 0;
+    text[length++] = digits[0];
+    if (precision > 0) {
+        text[length++] = '.';
+        for (int i = 1; i <= precision; i++) text[length++] = digits[i];
+    }
+    text[length++] = e;
+    text[length++] = exponent < 0 ? '-' : '+';
+    int magnitude = exponent < 0 ? -exponent : exponent;
+    if (magnitude >= 100) text[length++] = static_cast<char>('0' + magnitude / 100);
+    text[length++] = static_cast<char>('0' + magnitude / 10 % 10);
+    text[length++] = static_cast<char>('0' + magnitude % 10);
+}
+
+bool renderPlainDouble(const FormatSpec &piece, UniChar conversion, int width, int precision, double value, FormatSink &sink)
+{
+    if ((piece.flags & ~(kFlagMinus | kFlagZero)) != 0 || width > 64 || precision > 17 || !std::isfinite(value) || value == 0) return false;
+    int p = precision < 0 ? 6 : precision;
+    double a = std::fabs(value);
+    char body[96];
+    int length = 0;
+    switch (conversion) {
+    case 'f':
+    case 'F':
+        if (!fixedText(a, p, body, length)) return false;
+        break;
+    case 'e':
+    case 'E': {
+        char digits[48];
+        int exponent;
+        if (!scientificDigits(a, p, digits, exponent)) return false;
+        scientificText(digits, p, exponent, static_cast<char>(conversion), body, length);
+        break;
+    }
+    case 'g':
+    case 'G': {
+        int significant = p == 0 ? 1 : p;
+        char digits[48];
+        int exponent;
+        if (!scientificDigits(a, significant - 1, digits, exponent)) return false;
+        if (exponent < significant && exponent >= -4) {
+            if (!fixedText(a, significant - 1 - exponent, body, length)) return false;
+        } else {
+            scientificText(digits, significant - 1, exponent, conversion == 'g' ? 'e' : 'E', body, length);
+        }
+        // Without '#', trailing zeros of the fraction go, and a bare point.
+        int mantissaEnd = length;
+        for (int i = 0; i < length; i++) {
+            if (body[i] == 'e' || body[i] == 'E') {
+                mantissaEnd = i;
+                break;
+            }
+        }
+        bool hasPoint = false;
+        for (int i = 0; i < mantissaEnd; i++) hasPoint = hasPoint || body[i] == '.';
+        if (hasPoint) {
+            int keep = mantissaEnd;
+            while (body[keep - 1] == '0') keep--;
+            if (body[keep - 1] == '.') keep--;
+            memmove(body + keep, body + mantissaEnd, static_cast<size_t>(length - mantissaEnd));
+            length -= mantissaEnd - keep;
+        }
+        break;
+    }
+    default: return false;
+    }
+    bool negative = std::signbit(value);
+    int used = length + (negative ? 1 : 0);
+    int pad = width > used ? width - used : 0;
+    bool left = (piece.flags & kFlagMinus) != 0;
+    bool zeros = !left && (piece.flags & kFlagZero) != 0;
+    char text[176];
+    int n = 0;
+    if (!left && !zeros) for (int i = 0; i < pad; i++) text[n++] = ' ';
+    if (negative) text[n++] = '-';
+    if (zeros) for (int i = 0; i < pad; i++) text[n++] = '0';
+    memcpy(text + n, body, static_cast<size_t>(length));
+    n += length;
+    if (left) for (int i = 0; i < pad; i++) text[n++] = ' ';
+    sink.appendASCII(text, static_cast<size_t>(n));
+    return true;
+}
+#endif
+
 /* An integer or double conversion through snprintf. The scratch buffer
  * holds width + precision + 128 bytes. Beyond what snprintf can report
  * (INT_MAX), or when the buffer cannot be had, it renders nothing. */
@@ -1369,6 +1583,12 @@ void renderNumber(const FormatSpec &piece, UniChar conversionChar, int width, in
 {
     if (piece.type == kFormatInteger && renderPlainInteger(piece, conversionChar, width, precision, integerValue(arg, conversionChar), sink))
         return;
+#ifdef __SIZEOF_INT128__
+    // Zero is printed as 1e-10 so that -0 never shows (see below).
+    if (piece.type == kFormatDouble &&
+        renderPlainDouble(piece, conversionChar, width, precision, arg.value.number == 0.0 ? 1e-10 : arg.value.number, sink))
+        return;
+#endif
     char conversion[16];
     size_t n = 0;
     conversion[n++] = '%';
