@@ -82,6 +82,17 @@ LUMStringRef __LUMDataCopyDescriptionInstance(LUMTypeRef obj)
  * unchanged, when that many bytes cannot be represented or allocated. */
 bool growTo(__LUMData *data, int64_t needed)
 {
+    if (data->bytes == reinterpret_cast<UInt8 *>(data + 1) && needed > data->capacity) {
+        // Bytes kept in the record's block (LUMDataCreate with the library's
+        // own allocator) first move to a block of their own, as
+        // LUMDataCreate would have made it, and grow from there.
+        LUMAllocatorRef allocator = LUMGetAllocator(data);
+        auto *own = static_cast<UInt8 *>(LUMAllocatorAllocate(allocator, data->length > 0 ? data->length : 1, 0));
+        if (own == nullptr) return false;
+        if (data->length > 0) memcpy(own, data->bytes, static_cast<size_t>(data->length));
+        data->bytes = own;
+        data->bytesDeallocator = static_cast<LUMAllocatorRef>(LUMRetain(allocator));
+    }
     void *bytes = data->bytes;
     if (!lum::growByDoubling(data->bytesDeallocator, bytes, data->capacity, needed, 1)) return false;
     data->bytes = static_cast<UInt8 *>(bytes);
@@ -118,6 +129,19 @@ LUMDataRef LUMDataCreateWithBytesNoCopy(LUMAllocatorRef allocator, const UInt8 *
 LUMDataRef LUMDataCreate(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex length)
 {
     allocator = resolvedAllocator(allocator);
+    if (allocator == kLUMAllocatorSystemDefault && length >= 0) {
+        // The library's own allocator: the bytes go in the record's block (a
+        // caller's allocator sees the bytes' block, then the record's). An
+        // immutable data object never grows, so the block never moves.
+        auto *data = lum::object<__LUMData>(lum::createInstance(allocator, LUMDataGetTypeID(), static_cast<size_t>(length)));
+        if (data == nullptr) return nullptr;
+        data->bytes = reinterpret_cast<UInt8 *>(data + 1);
+        if (length > 0) memcpy(data->bytes, bytes, static_cast<size_t>(length));
+        data->length = length;
+        data->capacity = length;
+        data->bytesDeallocator = kLUMAllocatorNull;
+        return data;
+    }
     UInt8 *block = static_cast<UInt8 *>(LUMAllocatorAllocate(allocator, length > 0 ? length : 1, 0));
     if (block == nullptr) return nullptr;
     if (length > 0) memcpy(block, bytes, static_cast<size_t>(length));
