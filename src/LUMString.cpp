@@ -340,7 +340,7 @@ bool growConstants()
 
 __LUMString *createInstance(LUMAllocatorRef allocator)
 {
-    return lum::object<__LUMString>(_LUMTypeCreateInstance(allocator, LUMStringGetTypeID()));
+    return lum::object<__LUMString>(lum::createInstance(allocator, LUMStringGetTypeID(), 0));
 }
 
 LUMAllocatorRef resolvedAllocator(LUMAllocatorRef allocator)
@@ -441,7 +441,14 @@ LUMStringRef LUMStringCreateWithBytes(LUMAllocatorRef allocator, const UInt8 *by
         text[numBytes] = '\0';
         ptr->buffer = text;
         ptr->bufferType = _kLUMStringBufferTypeCString;
-        ptr->length = decodedLength(reinterpret_cast<const UInt8 *>(text));
+        // ASCII (no byte above 127, no NUL inside) is one unit per byte.
+        UInt8 high = 0;
+        bool hasNUL = false;
+        for (LUMIndex i = 0; i < numBytes; i++) {
+            high |= bytes[i];
+            hasNUL = hasNUL || bytes[i] == 0;
+        }
+        ptr->length = high < 0x80 && !hasNUL ? numBytes : decodedLength(reinterpret_cast<const UInt8 *>(text));
         ptr->encoding = encoding;
         ptr->contentsDeallocator = kLUMAllocatorNull;
         return ptr;
