@@ -26,7 +26,20 @@ int32_t __classTableCapacity = 0;
 
 LUMRuntimeBase *header(LUMTypeRef obj) { return lum::object<LUMRuntimeBase>(obj); }
 
-bool isConstant(LUMTypeRef obj) { return LUMGetAllocator(obj) == _kLUMAllocatorConstant; }
+/* The class of a type ID, as _LUMTypeGetClassByID gives it, in place. */
+inline const LUMRuntimeClass *classOf(LUMTypeID id)
+{
+    if (id == 0 || id > static_cast<LUMTypeID>(__classCount)) return nullptr;
+    return &__classTable[id - 1];
+}
+
+/* What LUMGetAllocator(obj) == _kLUMAllocatorConstant says, read in place
+ * (this runs on every retain and release). */
+bool isConstant(LUMTypeRef obj)
+{
+    LUMAllocatorRef allocator = header(obj)->allocator;
+    return allocator == nullptr || allocator == _kLUMAllocatorConstant;
+}
 
 } // namespace
 
@@ -56,16 +69,12 @@ LUMTypeID _LUMTypeRegisterClass(const LUMRuntimeClass *cls)
     return static_cast<LUMTypeID>(__classCount);
 }
 
-const LUMRuntimeClass *(_LUMTypeGetClassByID)(LUMTypeID id)
-{
-    if (id == 0 || id > static_cast<LUMTypeID>(__classCount)) return nullptr;
-    return &__classTable[id - 1];
-}
+const LUMRuntimeClass *(_LUMTypeGetClassByID)(LUMTypeID id) { return classOf(id); }
 
 const LUMRuntimeClass *(_LUMTypeGetClass)(LUMTypeRef obj)
 {
     if (obj == nullptr || header(obj)->magic != _kLUMRuntimeMagicAlive) return nullptr;
-    return _LUMTypeGetClassByID(header(obj)->typeID);
+    return classOf(header(obj)->typeID);
 }
 
 Boolean (_LUMTypeCheckValid)(LUMTypeRef obj, LUMTypeID id)
@@ -87,7 +96,8 @@ inline Boolean initializeInstance(LUMTypeRef memory, LUMAllocatorRef allocator, 
     // Retain before storing: while the field is still zero the object counts
     // as constant, which lets an allocator be its own allocator without
     // holding a reference to itself.
-    base->allocator = static_cast<LUMAllocatorRef>(LUMRetain(allocator));
+    if (allocator != nullptr && !isConstant(allocator)) header(allocator)->retainCount++; // LUMRetain, in place
+    base->allocator = allocator;
     return cls->initialize != nullptr ? cls->initialize(memory) : true;
 }
 
@@ -105,7 +115,7 @@ LUMTypeRef (_LUMTypeCreateInstance)(LUMAllocatorRef allocator, LUMTypeID id) { r
 
 LUMTypeRef lum::createInstance(LUMAllocatorRef allocator, LUMTypeID id, size_t extraBytes)
 {
-    const LUMRuntimeClass *cls = _LUMTypeGetClassByID(id);
+    const LUMRuntimeClass *cls = classOf(id);
     if (cls == nullptr) return nullptr;
     if (allocator == nullptr) allocator = LUMAllocatorGetDefault();
     size_t bytes = cls->instanceSize + extraBytes;
@@ -172,7 +182,7 @@ void finalizeAndFree(LUMTypeRef obj)
 {
     while (obj != nullptr) {
         LUMRuntimeBase *base = header(obj);
-        const LUMRuntimeClass *cls = _LUMTypeGetClass(obj);
+        const LUMRuntimeClass *cls = base->magic == _kLUMRuntimeMagicAlive ? classOf(base->typeID) : nullptr;
         if (cls != nullptr && cls->finalize != nullptr) cls->finalize(obj);
         if (base->retainCount != 0) return; // resurrected by its finalizer
         LUMAllocatorRef allocator = base->allocator;
