@@ -12,7 +12,11 @@
  * reported: a failing byte drops the rest of its 1024-byte chunk, and the
  * result is whatever reached the top (a container counts from its opening
  * bracket). The writer writes compact JSON: keys in the dictionary's slot
- * order, doubles with "%f", every character outside 32..127 as \uXXXX. */
+ * order, doubles with "%f", every character outside 32..127 as \uXXXX.
+ *
+ * These rules are kept for programs that depend on them. New code reads
+ * and writes standard JSON with LUMJSON.h, which decodes UTF-8, keeps
+ * numbers exact and reports where a document is wrong. */
 #ifndef LUMBASE_LUMPROPERTYLIST_H
 #define LUMBASE_LUMPROPERTYLIST_H
 
