@@ -343,6 +343,30 @@ __LUMString *createInstance(LUMAllocatorRef allocator)
     return lum::object<__LUMString>(lum::createInstance(allocator, LUMStringGetTypeID(), 0));
 }
 
+/* An immutable byte-form string whose text (copied, NUL added) lives in
+ * the record's own block; NULL without memory. */
+__LUMString *createOneBlockByteString(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex numBytes, LUMStringEncoding encoding)
+{
+    auto *ptr = lum::object<__LUMString>(lum::createInstance(allocator, LUMStringGetTypeID(), static_cast<size_t>(numBytes) + 1));
+    if (ptr == nullptr) return nullptr;
+    char *text = reinterpret_cast<char *>(ptr + 1);
+    if (numBytes > 0) memcpy(text, bytes, static_cast<size_t>(numBytes));
+    text[numBytes] = '\0';
+    // ASCII (no byte above 127, no NUL inside) is one unit per byte.
+    UInt8 high = 0;
+    bool hasNUL = false;
+    for (LUMIndex i = 0; i < numBytes; i++) {
+        high |= bytes[i];
+        hasNUL = hasNUL || bytes[i] == 0;
+    }
+    ptr->buffer = text;
+    ptr->bufferType = _kLUMStringBufferTypeCString;
+    ptr->length = high < 0x80 && !hasNUL ? numBytes : decodedLength(reinterpret_cast<const UInt8 *>(text));
+    ptr->encoding = encoding;
+    ptr->contentsDeallocator = kLUMAllocatorNull; // the text goes with the record
+    return ptr;
+}
+
 LUMAllocatorRef resolvedAllocator(LUMAllocatorRef allocator)
 {
     return allocator != nullptr ? allocator : LUMAllocatorGetDefault();
@@ -431,28 +455,9 @@ LUMStringRef LUMStringCreateWithCStringNoCopy(LUMAllocatorRef allocator, const c
 LUMStringRef LUMStringCreateWithBytes(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex numBytes, LUMStringEncoding encoding)
 {
     allocator = resolvedAllocator(allocator);
-    if (allocator == kLUMAllocatorSystemDefault) {
-        // The library's own allocator: the text goes in the record's block
-        // (a caller's allocator sees the text's block, then the record's).
-        auto *ptr = lum::object<__LUMString>(lum::createInstance(allocator, LUMStringGetTypeID(), static_cast<size_t>(numBytes) + 1));
-        if (ptr == nullptr) return nullptr;
-        char *text = reinterpret_cast<char *>(ptr + 1);
-        if (numBytes > 0) memcpy(text, bytes, static_cast<size_t>(numBytes));
-        text[numBytes] = '\0';
-        ptr->buffer = text;
-        ptr->bufferType = _kLUMStringBufferTypeCString;
-        // ASCII (no byte above 127, no NUL inside) is one unit per byte.
-        UInt8 high = 0;
-        bool hasNUL = false;
-        for (LUMIndex i = 0; i < numBytes; i++) {
-            high |= bytes[i];
-            hasNUL = hasNUL || bytes[i] == 0;
-        }
-        ptr->length = high < 0x80 && !hasNUL ? numBytes : decodedLength(reinterpret_cast<const UInt8 *>(text));
-        ptr->encoding = encoding;
-        ptr->contentsDeallocator = kLUMAllocatorNull;
-        return ptr;
-    }
+    // The library's own allocator: the text goes in the record's block (a
+    // caller's allocator sees the text's block, then the record's).
+    if (allocator == kLUMAllocatorSystemDefault) return createOneBlockByteString(allocator, bytes, numBytes, encoding);
     char *copy = static_cast<char *>(LUMAllocatorAllocate(allocator, numBytes + 1, 0));
     if (numBytes > 0) memcpy(copy, bytes, static_cast<size_t>(numBytes));
     copy[numBytes] = '\0';
@@ -510,17 +515,7 @@ LUMStringRef LUMStringCreateWithCharacters(LUMAllocatorRef allocator, const UniC
 
 LUMStringRef lum::createStringWithASCII(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex length)
 {
-    auto *ptr = lum::object<__LUMString>(lum::createInstance(allocator, LUMStringGetTypeID(), static_cast<size_t>(length) + 1));
-    if (ptr == nullptr) return nullptr;
-    char *text = reinterpret_cast<char *>(ptr + 1);
-    if (length > 0) memcpy(text, bytes, static_cast<size_t>(length));
-    text[length] = '\0';
-    ptr->buffer = text;
-    ptr->bufferType = _kLUMStringBufferTypeCString;
-    ptr->length = length; // ASCII: one unit per byte
-    ptr->encoding = kLUMStringEncodingUTF8;
-    ptr->contentsDeallocator = kLUMAllocatorNull; // the text goes with the object's block
-    return ptr;
+    return createOneBlockByteString(allocator, bytes, length, kLUMStringEncodingUTF8);
 }
 
 LUMStringRef lum::createStringWithUnits(LUMAllocatorRef allocator, const UniChar *units, LUMIndex length)
@@ -1001,10 +996,11 @@ double LUMStringGetDoubleValue(LUMStringRef str)
 
 
 /* ---- Formatting engine ----------------------------------------------------
- * One pass cuts the format into specs (literal runs and conversions), a
+ * One pass cuts the format into pieces (literal runs and conversions), a
  * second numbers the arguments, a third fetches them from the va_list in
- * number order, and the last renders each piece, handing C conversions to
- * snprintf one at a time with a rebuilt conversion. */
+ * number order, and the last renders each piece: plain integer and double
+ * conversions by the engine itself, the rest through snprintf one at a time
+ * with a rebuilt conversion. */
 
 namespace {
 
@@ -1227,8 +1223,8 @@ private:
 
 /* The format's pieces and its arguments, typed and fetched. */
 struct ParsedFormat {
-    FormatSpec specs[22];
-    LUMIndex specCount = 0;
+    FormatSpec pieces[22];
+    LUMIndex pieceCount = 0;
     FormatArgument localArguments[kLocalFormatArguments];
     FormatArgument *args = localArguments;
     int32_t argumentCount = 0;
@@ -1245,22 +1241,22 @@ struct ParsedFormat {
 /* Cuts the format into at most fSpecsCount literal runs and conversions. */
 void cutFormat(const UniChar *fmt, LUMIndex formatLength, LUMIndex fSpecsCount, ParsedFormat &parsed)
 {
-    LUMIndex &specCount = parsed.specCount;
+    LUMIndex &pieceCount = parsed.pieceCount;
     LUMIndex index = 0;
-    while (specCount < fSpecsCount && index < formatLength) {
+    while (pieceCount < fSpecsCount && index < formatLength) {
         LUMIndex runStart = index;
         while (index < formatLength && fmt[index] != '%') index++;
         // Pieces are written where they stay (no copies of whole records).
         if (index > runStart) {
-            FormatSpec &run = parsed.specs[specCount++];
+            FormatSpec &run = parsed.pieces[pieceCount++];
             run = FormatSpec{runStart, index - runStart, -1, 0, -1, 0, -1, 0, 0, kFormatLiteral};
         }
-        if (index >= formatLength || specCount >= fSpecsCount) break;
-        FormatSpec &piece = parsed.specs[specCount];
+        if (index >= formatLength || pieceCount >= fSpecsCount) break;
+        FormatSpec &piece = parsed.pieces[pieceCount];
         piece = FormatSpec{index, 0, -1, 0, -1, 0, -1, 0, 0, kFormatUnknown};
         LUMIndex next = parseConversion(fmt, formatLength, index + 1, piece);
         if (next < 0) break; // the format ended inside a piece: dropped
-        specCount++;
+        pieceCount++;
         index = next;
     }
 }
@@ -1273,8 +1269,8 @@ bool typeArguments(ParsedFormat &parsed)
     int32_t counter = 1;
     int32_t &argumentCount = parsed.argumentCount;
     auto note = [&argumentCount](int32_t n) { if (n > argumentCount) argumentCount = n; };
-    for (LUMIndex s = 0; s < parsed.specCount; s++) {
-        FormatSpec &piece = parsed.specs[s];
+    for (LUMIndex s = 0; s < parsed.pieceCount; s++) {
+        FormatSpec &piece = parsed.pieces[s];
         // "%*%" still takes its '*' width and precision from the arguments,
         // as every conversion does, so later arguments keep their places;
         // only the '%' itself takes no value.
@@ -1295,8 +1291,8 @@ bool typeArguments(ParsedFormat &parsed)
     }
     FormatArgument *args = parsed.args;
     for (int32_t a = 0; a < argumentCount; a++) args[a] = FormatArgument{kFormatUnknown, 0, {0}};
-    for (LUMIndex s = 0; s < parsed.specCount; s++) {
-        const FormatSpec &piece = parsed.specs[s];
+    for (LUMIndex s = 0; s < parsed.pieceCount; s++) {
+        const FormatSpec &piece = parsed.pieces[s];
         if (piece.widthArgNum > 0) args[piece.widthArgNum - 1] = FormatArgument{kFormatInteger, 0, {0}};
         if (piece.precArgNum > 0) args[piece.precArgNum - 1] = FormatArgument{kFormatInteger, 0, {0}};
         if (piece.mainArgNum > 0 && piece.type != kFormatLiteral)
@@ -1632,8 +1628,8 @@ void renderNumber(const FormatSpec &piece, UniChar conversionChar, int width, in
 void renderPieces(const UniChar *fmt, const ParsedFormat &parsed, FormatSink &sink)
 {
     const FormatArgument *args = parsed.args;
-    for (LUMIndex s = 0; s < parsed.specCount; s++) {
-        const FormatSpec &piece = parsed.specs[s];
+    for (LUMIndex s = 0; s < parsed.pieceCount; s++) {
+        const FormatSpec &piece = parsed.pieces[s];
         if (piece.type == kFormatLiteral) {
             sink.appendUnits(fmt + piece.location, piece.length);
             continue;
@@ -1680,7 +1676,7 @@ void __LUMStringAppendWithFormatAndArguments(FormatSink &sink, LUMStringRef form
         if (fmt[i] == '%') percentCount++;
     }
     ParsedFormat parsed;
-    FormatSpec(&localFormatSpecs)[22] = parsed.specs;
+    FormatSpec(&localFormatSpecs)[22] = parsed.pieces;
     LUMIndex fSpecsCount = 2 * percentCount + 1;
     LUM_ASSERT(fSpecsCount < LUM_COUNTOF(localFormatSpecs));
     cutFormat(fmt, formatLength, fSpecsCount, parsed);

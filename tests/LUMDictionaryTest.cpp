@@ -323,21 +323,6 @@ TEST(LUMDictionary, DictionaryWithoutSlotsStillReallocatesBothBlocksToZero)
 
 namespace {
 
-std::vector<std::string> *gKeyCalls = nullptr;
-const void *loggingKeyRetain(const void *key)
-{
-    if (gKeyCalls != nullptr) gKeyCalls->push_back("retain " + Text(static_cast<LUMStringRef>(key)));
-    return LUMRetain(key);
-}
-void loggingKeyRelease(const void *key)
-{
-    if (gKeyCalls != nullptr) gKeyCalls->push_back("release " + Text(static_cast<LUMStringRef>(key)));
-    LUMRelease(key);
-}
-// The same comparison through a function of the test's own: a dictionary
-// with it scans its slots as the definition says, whatever its size.
-Boolean scanningEqual(const void *a, const void *b) { return LUMEqual(a, b); }
-
 void collectSlots(const void *key, const void *value, void *context)
 {
     static_cast<std::vector<std::pair<std::string, const void *>> *>(context)->push_back({Text(static_cast<LUMStringRef>(key)), value});
@@ -358,8 +343,8 @@ TEST(LUMDictionary, LargeDictionariesOfStringKeysAnswerAsTheScanDoes)
     // keys compare with LUMEqual and on its twin comparing through a
     // function of the test's own (which always scans): every answer, the
     // slot order, the key callbacks' calls and the allocator's calls agree.
-    const LUMDictionaryKeyCallBacks indexed = {0, loggingKeyRetain, loggingKeyRelease, LUMCopyDescription, LUMEqual, LUMHash};
-    const LUMDictionaryKeyCallBacks scanned = {0, loggingKeyRetain, loggingKeyRelease, LUMCopyDescription, scanningEqual, LUMHash};
+    const LUMDictionaryKeyCallBacks indexed = {0, LoggingRetain, LoggingRelease, LUMCopyDescription, LUMEqual, LUMHash};
+    const LUMDictionaryKeyCallBacks scanned = {0, LoggingRetain, LoggingRelease, LUMCopyDescription, ScanningEqual, LUMHash};
     CountingAllocator countA, countB;
     LUMMutableDictionaryRef a = LUMDictionaryCreateMutable(countA.allocator, 0, &indexed, &kLUMTypeDictionaryValueCallBacks);
     LUMMutableDictionaryRef b = LUMDictionaryCreateMutable(countB.allocator, 0, &scanned, &kLUMTypeDictionaryValueCallBacks);
@@ -389,7 +374,7 @@ TEST(LUMDictionary, LargeDictionariesOfStringKeysAnswerAsTheScanDoes)
         bool keyIsMutable = LUMGetTypeID(key) == LUMStringGetTypeID() && reinterpret_cast<const __LUMString *>(key)->isMutable;
         if (keyIsMutable && op < 6 && step != 4500) op = 6; // mutable keys stay probes, but for once
         auto apply = [&](LUMMutableDictionaryRef d, std::vector<std::string> *calls) {
-            gKeyCalls = calls;
+            gRetainLog = calls;
             switch (op) {
             case 0: case 1: case 2: case 3: LUMDictionarySetValue(d, key, value); break;
             case 4: LUMDictionaryAddValue(d, key, value); break;
@@ -397,7 +382,7 @@ TEST(LUMDictionary, LargeDictionariesOfStringKeysAnswerAsTheScanDoes)
             case 6: case 7: LUMDictionaryRemoveValue(d, key); break;
             default: break;
             }
-            gKeyCalls = nullptr;
+            gRetainLog = nullptr;
         };
         apply(a, &callsA);
         apply(b, &callsB);

@@ -213,21 +213,6 @@ TEST(LUMSet, RemoveAllValuesGoesLastToFirstWithCountsThreeTwoOne)
 
 namespace {
 
-std::vector<std::string> *gSetCalls = nullptr;
-const void *loggingRetain(const void *value)
-{
-    if (gSetCalls != nullptr) gSetCalls->push_back("retain " + Text(static_cast<LUMStringRef>(value)));
-    return LUMRetain(value);
-}
-void loggingRelease(const void *value)
-{
-    if (gSetCalls != nullptr) gSetCalls->push_back("release " + Text(static_cast<LUMStringRef>(value)));
-    LUMRelease(value);
-}
-// The same comparison through a function of the test's own: a set with it
-// scans every value as the definition says, whatever its size.
-Boolean scanningEqual(const void *a, const void *b) { return LUMEqual(a, b); }
-
 std::vector<std::string> Values(LUMSetRef set)
 {
     std::vector<const void *> values(static_cast<size_t>(LUMSetGetCount(set)));
@@ -246,8 +231,8 @@ TEST(LUMSet, LargeSetsOfStringsAnswerAsTheScanDoes)
     // test's own (which always scans): every answer (the last match, by
     // identity too), the order, the callbacks' calls and the allocator's
     // calls agree.
-    const LUMSetCallBacks indexed = {0, loggingRetain, loggingRelease, LUMCopyDescription, LUMEqual, LUMHash};
-    const LUMSetCallBacks scanned = {0, loggingRetain, loggingRelease, LUMCopyDescription, scanningEqual, LUMHash};
+    const LUMSetCallBacks indexed = {0, LoggingRetain, LoggingRelease, LUMCopyDescription, LUMEqual, LUMHash};
+    const LUMSetCallBacks scanned = {0, LoggingRetain, LoggingRelease, LUMCopyDescription, ScanningEqual, LUMHash};
     CountingAllocator countA, countB;
     LUMMutableSetRef a = LUMSetCreateMutable(countA.allocator, 0, &indexed);
     LUMMutableSetRef b = LUMSetCreateMutable(countB.allocator, 0, &scanned);
@@ -275,7 +260,7 @@ TEST(LUMSet, LargeSetsOfStringsAnswerAsTheScanDoes)
         bool isMutable = reinterpret_cast<const __LUMString *>(value)->isMutable;
         if (isMutable && op < 6 && step != 3500) op = 7; // mutable values stay probes, but for once
         auto apply = [&](LUMMutableSetRef set, std::vector<std::string> *calls) {
-            gSetCalls = calls;
+            gRetainLog = calls;
             switch (op) {
             case 0: case 1: case 2: LUMSetAddValue(set, value); break;
             case 3: LUMSetSetValue(set, value); break;
@@ -283,7 +268,7 @@ TEST(LUMSet, LargeSetsOfStringsAnswerAsTheScanDoes)
             case 5: case 6: LUMSetRemoveValue(set, value); break;
             default: break;
             }
-            gSetCalls = nullptr;
+            gRetainLog = nullptr;
         };
         apply(a, &callsA);
         apply(b, &callsB);

@@ -365,13 +365,13 @@ TEST(LUMStringFormat, DoublesMatchSnprintfForEveryConversionPrecisionAndWidth)
         double magnitude = std::ldexp(static_cast<double>(state >> 11), static_cast<int>(state % 140) - 120);
         values.push_back(state & 1 ? -magnitude : magnitude);
     }
-    const char *specs[] = {"%f", "%.0f", "%.1f", "%.2f", "%5.2f", "%-9.3f|", "%09.3f", "%.17f", "%12f", "%e", "%.0e", "%.3e", "%E",
+    const char *formats[] = {"%f", "%.0f", "%.1f", "%.2f", "%5.2f", "%-9.3f|", "%09.3f", "%.17f", "%12f", "%e", "%.0e", "%.3e", "%E",
                            "%-14.2e|", "%015.4e", "%.17e", "%g", "%.0g", "%.1g", "%.3g", "%.10g", "%.17g", "%G", "%12g", "%-12g|",
                            "%012g", "%F", "%+f", "% g", "%#g", "%#.0f"};
     int checked = 0, skipped = 0;
-    for (const char *spec : specs) {
+    for (const char *format : formats) {
         for (double value : values) {
-            std::string expected = CFormat(spec, value);
+            std::string expected = CFormat(format, value);
             // The engine's scratch holds width + precision + 128 bytes and
             // keeps only that much of a longer text (%f of 1e308): such
             // texts are tested with the scratch buffer, not here.
@@ -379,7 +379,7 @@ TEST(LUMStringFormat, DoublesMatchSnprintfForEveryConversionPrecisionAndWidth)
                 skipped++;
                 continue;
             }
-            EXPECT_EQ(FormatBuilt(spec, value), expected) << spec << " " << value;
+            EXPECT_EQ(FormatBuilt(format, value), expected) << format << " " << value;
             checked++;
         }
     }

@@ -245,4 +245,20 @@ CountingAllocator::~CountingAllocator()
     if (LUMGetRetainCount(allocator) >= 1) LUMRelease(allocator);
 }
 
+std::vector<std::string> *gRetainLog = nullptr;
+
+const void *LoggingRetain(const void *value)
+{
+    if (gRetainLog != nullptr) gRetainLog->push_back("retain " + Text(static_cast<LUMStringRef>(value)));
+    return LUMRetain(value);
+}
+
+void LoggingRelease(const void *value)
+{
+    if (gRetainLog != nullptr) gRetainLog->push_back("release " + Text(static_cast<LUMStringRef>(value)));
+    LUMRelease(value);
+}
+
+Boolean ScanningEqual(const void *a, const void *b) { return LUMEqual(a, b); }
+
 } // namespace lumtest

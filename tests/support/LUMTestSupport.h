@@ -105,6 +105,16 @@ struct SyslogCapture {
 };
 SyslogCapture &LastSyslog();
 
+/* Callbacks for tests that run a container beside a twin: LoggingRetain and
+ * LoggingRelease retain and release strings and, while gRetainLog is set,
+ * write "retain <text>" / "release <text>" to it; ScanningEqual is LUMEqual
+ * through a function of the test's own, so that a container comparing with
+ * it scans as its definition says, whatever its size. */
+extern std::vector<std::string> *gRetainLog;
+const void *LoggingRetain(const void *value);
+void LoggingRelease(const void *value);
+Boolean ScanningEqual(const void *a, const void *b);
+
 } // namespace lumtest
 
 /* Controls of the clock, open and select stand-ins (InterposeClock.c). */
