@@ -112,11 +112,13 @@ private:
 static_assert(sizeof(Ref<LUMTypeRef>) == sizeof(void *), "a Ref is one pointer");
 static_assert(sizeof(Ref<LUMMutableDictionaryRef>) == sizeof(void *), "a Ref is one pointer");
 
+/* lum::adopt(LUMStringCreate…(…)): takes over a Create or Copy result. */
 template <typename T>
 Ref<T> adopt(T object) noexcept
 {
     return Ref<T>::adopt(object);
 }
+/* lum::retain(LUMDictionaryGetValue(…)): a reference of its own to a Get result. */
 template <typename T>
 Ref<T> retain(T object) noexcept
 {
@@ -398,6 +400,7 @@ private:
     Ref<LUMTypeRef> object_;
 };
 
+/* A {key, value} pair of lum::dictionary and lum::mutableDictionary. */
 struct Entry {
     Value key;
     Value value;
@@ -490,6 +493,8 @@ private:
     std::vector<Item> items_;
 };
 
+/* The values of an array (live, by index) or of a set (a snapshot), lent:
+ * for (LUMTypeRef v : lum::values(collection)). NULL gives none. */
 inline ArrayValues values(LUMArrayRef array) { return ArrayValues(array); }
 template <typename T, typename = std::enable_if_t<std::is_convertible_v<T, LUMArrayRef>>>
 ArrayValues values(const Ref<T> &array)
