@@ -143,10 +143,21 @@ bool __LUMArraySetCount(__LUMArray *array, int64_t newCount)
 
 __LUMArray *createArray(LUMAllocatorRef allocator, LUMIndex slots, const LUMArrayCallBacks *callBacks, bool isMutable)
 {
+    LUMIndex bytes = lum::blockBytes(slots, sizeof(void *));
+    if (bytes >= 0 && slots <= kMutableInitialSlots && lum::usesSystemAllocator(allocator)) {
+        // The system allocator's blocks are nobody's to count: a few slots
+        // go in the record's own block, and move out when they must grow.
+        auto *array = lum::object<__LUMArray>(lum::createInstance(allocator, LUMArrayGetTypeID(), static_cast<size_t>(bytes)));
+        if (array == nullptr) return nullptr;
+        if (callBacks != nullptr) array->callBacks = *callBacks;
+        array->slotCount = slots;
+        array->values = inlineSlots(array);
+        array->isMutable = isMutable;
+        return array;
+    }
     __LUMArray *array = lum::object<__LUMArray>(_LUMTypeCreateInstance(allocator, LUMArrayGetTypeID()));
     if (array == nullptr) return nullptr;
     if (callBacks != nullptr) array->callBacks = *callBacks;
-    LUMIndex bytes = lum::blockBytes(slots, sizeof(void *));
     void *values = bytes < 0 ? nullptr : LUMAllocatorAllocate(LUMGetAllocator(array), bytes, 0);
     if (values == nullptr && bytes != 0) {
         // A block that cannot be represented or allocated: no array.

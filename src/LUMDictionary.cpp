@@ -90,7 +90,7 @@ bool __LUMDictionaryEqualKey(const __LUMDictionary *d, const void *slotKey, cons
  * anything else turns the index off for that dictionary, which then scans
  * as before. */
 
-constexpr LUMIndex kIndexThreshold = 32;
+constexpr LUMIndex kIndexThreshold = 20;
 
 /* The dictionary's index, made on first need; NULL when it cannot have one. */
 lum::TextIndex *indexFor(const __LUMDictionary *d)
@@ -193,6 +193,9 @@ bool moveSlotsOut(__LUMDictionary *d)
 void __LUMDictionaryFinalizeInstance(LUMTypeRef obj)
 {
     __LUMDictionary *d = lum::object<__LUMDictionary>(obj);
+    // The index goes first: keeping it current while every key leaves would
+    // only cost. A lookup from a release callback rebuilds it from what is left.
+    lum::dropTextIndex(d);
     for (LUMIndex i = 0; i < d->slotCount; i++) releaseSlot(d, i);
     d->count = 0;
     lum::dropTextIndex(d);
@@ -255,13 +258,24 @@ LUMStringRef __LUMDictionaryCopyDescription(LUMTypeRef obj)
 __LUMDictionary *createDictionary(LUMAllocatorRef allocator, LUMIndex slots, const LUMDictionaryKeyCallBacks *keyCallBacks,
                                   const LUMDictionaryValueCallBacks *valueCallBacks, bool isMutable)
 {
-    __LUMDictionary *d = lum::object<__LUMDictionary>(_LUMTypeCreateInstance(allocator, LUMDictionaryGetTypeID()));
+    // The system allocator's blocks are nobody's to count: a few slots go in
+    // the record's own block, and move out when they must grow.
+    bool inlineSlots = slots <= kMutableInitialSlots && lum::usesSystemAllocator(allocator);
+    size_t slotBytes = static_cast<size_t>(slots) * sizeof(void *);
+    __LUMDictionary *d = lum::object<__LUMDictionary>(inlineSlots ? lum::createInstance(allocator, LUMDictionaryGetTypeID(), 2 * slotBytes)
+                                                                  : _LUMTypeCreateInstance(allocator, LUMDictionaryGetTypeID()));
     if (d == nullptr) return nullptr;
     if (keyCallBacks != nullptr) d->keyCallBacks = *keyCallBacks;
     if (valueCallBacks != nullptr) d->valueCallBacks = *valueCallBacks;
     d->slotCount = slots;
-    d->keys = allocateSlots(LUMGetAllocator(d), slots);
-    d->values = allocateSlots(LUMGetAllocator(d), slots);
+    if (inlineSlots) {
+        d->keys = inlineKeys(d);
+        d->values = d->keys + slots;
+        if (slotBytes > 0) memset(d->keys, 0, 2 * slotBytes);
+    } else {
+        d->keys = allocateSlots(LUMGetAllocator(d), slots);
+        d->values = allocateSlots(LUMGetAllocator(d), slots);
+    }
     d->isMutable = isMutable;
     return d;
 }
@@ -639,6 +653,19 @@ void lum::dropTextIndex(const void *owner)
     }
 }
 
+namespace {
+
+/* The element's hash, from the lookup just made when it was of this very
+ * object; the memo is used once. */
+LUMHashCode hashOf(const lum::TextIndex *index, const void *element)
+{
+    bool remembered = index->hashedElement == element;
+    index->hashedElement = nullptr;
+    return remembered ? index->hashedValue : LUMHash(element);
+}
+
+} // namespace
+
 bool lum::textIndexAdd(TextIndex *index, LUMIndex position, const void *element)
 {
     if (!indexableString(element) ||
@@ -646,7 +673,7 @@ bool lum::textIndexAdd(TextIndex *index, LUMIndex position, const void *element)
         turnOff(index);
         return false;
     }
-    LUMHashCode hash = LUMHash(element);
+    LUMHashCode hash = hashOf(index, element);
     size_t at = hash & (index->capacity - 1);
     while (index->entries[at] != kEmptyEntry && index->entries[at] != kRemovedEntry) at = (at + 1) & (index->capacity - 1);
     if (index->entries[at] == kEmptyEntry) index->used++;
@@ -657,7 +684,7 @@ bool lum::textIndexAdd(TextIndex *index, LUMIndex position, const void *element)
 
 void lum::textIndexRemove(TextIndex *index, LUMIndex position, const void *element)
 {
-    LUMHashCode hash = LUMHash(element);
+    LUMHashCode hash = hashOf(index, element);
     for (size_t at = hash & (index->capacity - 1); index->entries[at] != kEmptyEntry; at = (at + 1) & (index->capacity - 1)) {
         if (index->entries[at] == static_cast<uint32_t>(position) + 1) {
             index->entries[at] = kRemovedEntry;
@@ -672,6 +699,8 @@ LUMIndex lum::textIndexFind(const TextIndex *index, const void *key, const void 
     // even by identity.
     if (!_LUMTypeCheckValid(key, LUMStringGetTypeID())) return kLUMNotFound;
     LUMHashCode hash = LUMHash(key);
+    index->hashedElement = key;
+    index->hashedValue = hash;
     LUMIndex found = kLUMNotFound;
     for (size_t at = hash & (index->capacity - 1); index->entries[at] != kEmptyEntry; at = (at + 1) & (index->capacity - 1)) {
         uint32_t entry = index->entries[at];

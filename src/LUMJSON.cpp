@@ -192,6 +192,33 @@ struct Decimal {
     int64_t exponent = 0;  // value = mantissa x 10^exponent (before truncation)
     bool negative = false;
     bool integral = true;  // no fraction and no exponent part
+
+    void takeDigit(UInt8 c, bool fractional)
+    {
+        uint64_t digit = static_cast<uint64_t>(c - '0');
+        if (digits == 0 && digit == 0) {
+            if (fractional) exponent--;
+        } else if (digits < 19) {
+            mantissa = mantissa * 10 + digit;
+            digits++;
+            if (fractional) exponent--;
+        } else {
+            truncated = truncated || digit != 0;
+            if (!fractional) exponent++;
+        }
+    }
+
+    /* The exponent part's digits from p on; where they end. Far beyond any
+     * double's range the value no longer matters, only that it is far. */
+    const UInt8 *takeExponent(const UInt8 *p, const UInt8 *end, bool negativeExponent)
+    {
+        int64_t value = 0;
+        for (; p < end && *p >= '0' && *p <= '9'; p++) {
+            if (value < 1000000) value = value * 10 + (*p - '0');
+        }
+        exponent += negativeExponent ? -value : value;
+        return p;
+    }
 };
 
 #ifdef __SIZEOF_INT128__
@@ -383,6 +410,40 @@ const UInt8 *skipPlainText(const UInt8 *p, const UInt8 *end)
     while (p < end && !kPlainTextEnds.entries[*p]) p++;
     return p;
 }
+
+} // namespace
+
+bool lum::convertDecimalText(const UInt8 *begin, const UInt8 *end, double &value)
+{
+    Decimal d;
+    const UInt8 *p = begin;
+    auto takeDigits = [&](bool fractional) {
+        const UInt8 *first = p;
+        for (; p < end && isDigit(*p); p++) d.takeDigit(*p, fractional);
+        return p != first;
+    };
+    if (p < end && *p == '-') {
+        d.negative = true;
+        p++;
+    }
+    if (!takeDigits(false)) return false;
+    if (p < end && *p == '.') {
+        p++;
+        if (!takeDigits(true)) return false;
+    }
+    if (p < end && (*p == 'e' || *p == 'E')) {
+        p++;
+        bool negativeExponent = false;
+        if (p < end && (*p == '+' || *p == '-')) negativeExponent = *p++ == '-';
+        if (p == end || !isDigit(*p)) return false;
+        p = d.takeExponent(p, end, negativeExponent);
+    }
+    if (p != end) return false;
+    value = decimalToDouble(d, begin, end);
+    return !std::isnan(value); // NaN only without memory for the long form
+}
+
+namespace {
 
 /* ---- Where a reading error is ------------------------------------------------ */
 
@@ -1167,19 +1228,6 @@ bool Reader::readNumber()
 {
     const UInt8 *start = p_;
     Decimal d;
-    auto takeDigit = [&d](UInt8 c, bool fractional) {
-        uint64_t digit = static_cast<uint64_t>(c - '0');
-        if (d.digits == 0 && digit == 0) {
-            if (fractional) d.exponent--;
-        } else if (d.digits < 19) {
-            d.mantissa = d.mantissa * 10 + digit;
-            d.digits++;
-            if (fractional) d.exponent--;
-        } else {
-            d.truncated = d.truncated || digit != 0;
-            if (!fractional) d.exponent++;
-        }
-    };
     auto requireDigit = [&]() {
         if (p_ == end_) return failEnd();
         if (!isDigit(*p_)) return fail(kLUMJSONErrorInvalidNumber, p_);
@@ -1194,13 +1242,13 @@ bool Reader::readNumber()
         p_++;
         if (p_ < end_ && isDigit(*p_)) return fail(kLUMJSONErrorInvalidNumber, p_);
     } else {
-        while (p_ < end_ && isDigit(*p_)) takeDigit(*p_++, false);
+        while (p_ < end_ && isDigit(*p_)) d.takeDigit(*p_++, false);
     }
     if (p_ < end_ && *p_ == '.') {
         d.integral = false;
         p_++;
         if (!requireDigit()) return false;
-        while (p_ < end_ && isDigit(*p_)) takeDigit(*p_++, true);
+        while (p_ < end_ && isDigit(*p_)) d.takeDigit(*p_++, true);
     }
     if (p_ < end_ && (*p_ == 'e' || *p_ == 'E')) {
         d.integral = false;
@@ -1208,12 +1256,7 @@ bool Reader::readNumber()
         bool negativeExponent = false;
         if (p_ < end_ && (*p_ == '+' || *p_ == '-')) negativeExponent = *p_++ == '-';
         if (!requireDigit()) return false;
-        int64_t exponent = 0;
-        while (p_ < end_ && isDigit(*p_)) {
-            if (exponent < 1000000) exponent = exponent * 10 + (*p_ - '0');
-            p_++;
-        }
-        d.exponent += negativeExponent ? -exponent : exponent;
+        p_ = d.takeExponent(p_, end_, negativeExponent);
     }
     if (d.integral && !d.truncated && d.exponent == 0) {
         uint64_t limit = d.negative ? uint64_t{1} << 63 : (uint64_t{1} << 63) - 1;

@@ -210,6 +210,10 @@ struct TextIndex {
     size_t used;          // entries and removed marks
     LUMIndex firstFree;   // for dictionaries: every slot below it holds a key
     bool off;             // an element that is not an immutable library string
+    // The last text looked up and its hash: the add or removal that follows
+    // a lookup of the same object takes the hash from here.
+    mutable const void *hashedElement;
+    mutable LUMHashCode hashedValue;
 };
 TextIndex *existingTextIndex(const void *owner);
 /* A new empty index for owner, sized for positions; NULL without memory. */
@@ -241,6 +245,11 @@ LUMStringRef createStringWithUnits(LUMAllocatorRef allocator, const UniChar *uni
 LUMArrayRef createArrayAdopting(LUMAllocatorRef allocator, const void *const *values, LUMIndex count, bool isMutable);
 LUMDictionaryRef createDictionaryAdopting(LUMAllocatorRef allocator, const void *const *keys, const void *const *values, LUMIndex count,
                                           bool isMutable);
+
+/* The double strtod gives for text that is exactly a decimal number,
+ * -?digits[.digits][(e|E)[+|-]digits], with '.' as the decimal point;
+ * false for any other text. */
+bool convertDecimalText(const UInt8 *begin, const UInt8 *end, double &value);
 
 } // namespace lum
 
@@ -292,6 +301,15 @@ LUM_LOCAL_CALLS(LUM_DECLARE_LOCAL)
 #define LUMArrayGetValueAtIndex(...) LUMArrayGetValueAtIndexLocal(__VA_ARGS__)
 #define LUMDictionaryGetTypeID(...) LUMDictionaryGetTypeIDLocal(__VA_ARGS__)
 #define LUMDictionaryGetCount(...) LUMDictionaryGetCountLocal(__VA_ARGS__)
+
+namespace lum {
+/* Whether allocator (NULL: the default) is the system allocator. Its calls
+ * are nobody's to watch, so the library may allocate differently for it. */
+inline bool usesSystemAllocator(LUMAllocatorRef allocator)
+{
+    return (allocator != nullptr ? allocator : LUMAllocatorGetDefault()) == kLUMAllocatorSystemDefault;
+}
+} // namespace lum
 #endif
 
 #endif

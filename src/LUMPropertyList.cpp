@@ -12,6 +12,7 @@
 #include "LUMPrivate.h"
 
 #include <cstddef>
+#include <clocale>
 
 #include <LumBase/LUMArray.h>
 #include <LumBase/LUMBoolean.h>
@@ -110,6 +111,97 @@ int8_t transition(int32_t state, int32_t characterClass)
     return block[128 + state * kClassCount + characterClass];
 }
 
+/* The text of the value being read. With a caller's allocator it is the
+ * mutable string the reader has always used, so the allocator sees the same
+ * calls. With the system allocator nobody can watch it, and it is a plain
+ * array of units, appended to in runs. */
+class ParseBuffer {
+public:
+    ParseBuffer(const ParseBuffer &) = delete;
+    ParseBuffer &operator=(const ParseBuffer &) = delete;
+    ParseBuffer() = default;
+    ~ParseBuffer() { release(); }
+
+    void release()
+    {
+        LUMRelease(string_);
+        string_ = nullptr;
+        free(units_);
+        units_ = nullptr;
+        count_ = capacity_ = 0;
+    }
+
+    /* Whether the buffer is the private array. */
+    bool isPrivate() const { return string_ == nullptr; }
+    void useString(LUMMutableStringRef string) { string_ = string; }
+
+    LUMIndex count() const { return string_ != nullptr ? LUMStringGetLength(string_) : count_; }
+    const UniChar *units() const { return units_; }
+    LUMMutableStringRef string() const { return string_; }
+
+    void append(UniChar unit)
+    {
+        if (string_ != nullptr) {
+            LUMStringAppendCharacters(string_, &unit, 1);
+        } else if (count_ < capacity_ || grow(count_ + 1)) {
+            units_[count_++] = unit;
+        }
+    }
+
+    /* Private buffer only: appends each byte as one unit. */
+    void appendBytes(const UInt8 *bytes, LUMIndex length)
+    {
+        if (count_ + length > capacity_ && !grow(count_ + length)) return;
+        UniChar *out = units_ + count_;
+        for (LUMIndex i = 0; i < length; i++) out[i] = bytes[i];
+        count_ += length;
+    }
+
+    void removeLast()
+    {
+        LUMIndex length = count();
+        if (length == 0) return;
+        if (string_ != nullptr) LUMStringDelete(string_, LUMRangeMake(length - 1, 1));
+        else count_--;
+    }
+
+    void clear()
+    {
+        if (string_ != nullptr) LUMStringDelete(string_, LUMRangeMake(0, LUMStringGetLength(string_)));
+        else count_ = 0;
+    }
+
+    void copyLastSix(UniChar (&units)[6]) const
+    {
+        LUMIndex length = count();
+        if (string_ != nullptr) LUMStringGetCharacters(string_, LUMRangeMake(length - 6, 6), units);
+        else memcpy(units, units_ + length - 6, sizeof(units));
+    }
+
+    void removeLastSix()
+    {
+        if (string_ != nullptr) LUMStringDelete(string_, LUMRangeMake(LUMStringGetLength(string_) - 6, 6));
+        else count_ -= 6;
+    }
+
+private:
+    // As the mutable string does: what cannot be allocated is not appended.
+    bool grow(LUMIndex needed)
+    {
+        LUMIndex capacity = lum::doubledCapacity<LUMIndex>(capacity_ < 32 ? 32 : capacity_, needed);
+        void *units = realloc(units_, static_cast<size_t>(capacity) * sizeof(UniChar));
+        if (units == nullptr) return false;
+        units_ = static_cast<UniChar *>(units);
+        capacity_ = capacity;
+        return true;
+    }
+
+    LUMMutableStringRef string_ = nullptr;
+    UniChar *units_ = nullptr;
+    LUMIndex count_ = 0;
+    LUMIndex capacity_ = 0;
+};
+
 struct ParseContext {
     LUMAllocatorRef allocator;
     LUMReadStreamRef stream;
@@ -120,31 +212,31 @@ struct ParseContext {
     LUMTypeRef pendingKey;
     int32_t mode;
     int32_t state;
-    LUMMutableStringRef buffer;
+    ParseBuffer buffer;
     LUMMutableArrayRef containerStack;
     LUMMutableArrayRef modeStack;
     LUMTypeID valueType;
     uint32_t flags;
+    bool pointIsRadix; // strtod reads '.' as the decimal point here
+    struct {
+        LUMTypeID null, boolean, number, dictionary, array, string;
+    } types; // looked up once per read
 };
 
-void removeLastUnit(ParseContext &c)
-{
-    LUMIndex length = LUMStringGetLength(c.buffer);
-    if (length > 0) LUMStringDelete(c.buffer, LUMRangeMake(length - 1, 1));
-}
+void removeLastUnit(ParseContext &c) { c.buffer.removeLast(); }
 
-void clearBuffer(ParseContext &c) { LUMStringDelete(c.buffer, LUMRangeMake(0, LUMStringGetLength(c.buffer))); }
+void clearBuffer(ParseContext &c) { c.buffer.clear(); }
 
-void appendUnit(ParseContext &c, UniChar unit) { LUMStringAppendCharacters(c.buffer, &unit, 1); }
+void appendUnit(ParseContext &c, UniChar unit) { c.buffer.append(unit); }
 
 /* Replaces the six units \uXXXX at the end of the buffer by the unit they
  * name. Surrogate halves go in one by one, unpaired. */
 void __LUMPropertyListContextParseJSONDecodeUnicodeChar(ParseContext &context)
 {
-    LUMIndex length = LUMStringGetLength(context.buffer);
+    LUMIndex length = context.buffer.count();
     LUM_ASSERT_AT(563, length >= 6);
     UniChar units[6];
-    LUMStringGetCharacters(context.buffer, LUMRangeMake(length - 6, 6), units);
+    context.buffer.copyLastSix(units);
     UniChar result = 0;
     for (int k = 0; k < 4; k++) {
         UniChar c = units[5 - k];
@@ -154,8 +246,83 @@ void __LUMPropertyListContextParseJSONDecodeUnicodeChar(ParseContext &context)
         LUM_ASSERT_AT(581, c < 16);
         result = static_cast<UniChar>(result | (c << (4 * k)));
     }
-    LUMStringDelete(context.buffer, LUMRangeMake(length - 6, 6));
+    context.buffer.removeLastSix();
     appendUnit(context, result);
+}
+
+/* ---- The buffer's text as a value ---------------------------------------
+ * What the public calls on the mutable string would answer, computed
+ * straight from the private units where the answer is plain, and by those
+ * very calls on a string of the same units otherwise. */
+
+/* strtol and strtod read the string's UTF-8 text; a number text up to this
+ * many units always fits the converter's buffer whole. */
+constexpr LUMIndex kWholeNumberText = 126;
+
+bool isSpaceUnit(UniChar unit) { return unit == ' ' || unit == '\t' || unit == '\n' || unit == '\r'; }
+
+/* Runs getter on a mutable string holding the private units. */
+template <typename T>
+T valueOfUnits(const ParseBuffer &buffer, T (*getter)(LUMStringRef))
+{
+    LUMMutableStringRef string = LUMStringCreateMutable(kLUMAllocatorSystemDefault, 0);
+    LUMStringAppendCharacters(string, buffer.units(), buffer.count());
+    T value = getter(string);
+    LUMRelease(string);
+    return value;
+}
+
+bool bufferIsTrue(const ParseBuffer &buffer)
+{
+    if (!buffer.isPrivate()) return LUMEqual(buffer.string(), LUMSTR("true"));
+    const UniChar *units = buffer.units();
+    return buffer.count() == 4 && units[0] == 't' && units[1] == 'r' && units[2] == 'u' && units[3] == 'e';
+}
+
+/* strtol of the text, saturated to 32 bits. */
+int32_t bufferIntValue(const ParseBuffer &buffer)
+{
+    if (!buffer.isPrivate()) return LUMStringGetIntValue(buffer.string());
+    const UniChar *units = buffer.units();
+    LUMIndex count = buffer.count();
+    LUMIndex i = count > 0 && units[0] == '-' ? 1 : 0;
+    if (count > kWholeNumberText || i >= count || units[i] < '0' || units[i] > '9') return valueOfUnits(buffer, LUMStringGetIntValue);
+    bool negative = i == 1;
+    int64_t magnitude = 0;
+    for (; i < count && units[i] >= '0' && units[i] <= '9'; i++) {
+        if (magnitude <= INT32_MAX) magnitude = magnitude * 10 + (units[i] - '0'); // past it, saturated either way
+    }
+    int64_t value = negative ? -magnitude : magnitude;
+    if (value > INT32_MAX) return INT32_MAX;
+    if (value < INT32_MIN) return INT32_MIN;
+    return static_cast<int32_t>(value);
+}
+
+/* strtod of the text. */
+double bufferDoubleValue(const ParseContext &c)
+{
+    const ParseBuffer &buffer = c.buffer;
+    if (!buffer.isPrivate()) return LUMStringGetDoubleValue(buffer.string());
+    const UniChar *units = buffer.units();
+    LUMIndex count = buffer.count();
+    while (count > 0 && isSpaceUnit(units[count - 1])) count--; // where strtod stops anyway
+    if (c.pointIsRadix && count <= kWholeNumberText) {
+        UInt8 text[kWholeNumberText];
+        bool ascii = true;
+        for (LUMIndex i = 0; i < count; i++) {
+            ascii = ascii && units[i] < 128;
+            text[i] = static_cast<UInt8>(units[i]);
+        }
+        double value;
+        if (ascii && lum::convertDecimalText(text, text + count, value)) return value;
+    }
+    return valueOfUnits(buffer, LUMStringGetDoubleValue);
+}
+
+LUMStringRef createBufferString(const ParseContext &c)
+{
+    if (!c.buffer.isPrivate()) return LUMStringCreateCopy(c.allocator, c.buffer.string());
+    return lum::createStringWithUnits(c.allocator, c.buffer.units(), c.buffer.count());
 }
 
 /* Makes the value the buffer and the value type describe, places it by the
@@ -166,26 +333,26 @@ void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t
     LUMTypeID type = c.valueType;
     if (type == 0) {
         value = nullptr;
-    } else if (type == LUMNullGetTypeID()) {
+    } else if (type == c.types.null) {
         value = kLUMNull;
-    } else if (type == LUMBooleanGetTypeID()) {
-        value = LUMEqual(c.buffer, LUMSTR("true")) ? kLUMBooleanTrue : kLUMBooleanFalse;
-    } else if (type == LUMNumberGetTypeID()) {
+    } else if (type == c.types.boolean) {
+        value = bufferIsTrue(c.buffer) ? kLUMBooleanTrue : kLUMBooleanFalse;
+    } else if (type == c.types.number) {
         // The kind comes from bit 1 of the state word at completion, not from
         // the fraction flag: deliberate.
         if (c.state & 2) {
-            double real = LUMStringGetDoubleValue(c.buffer);
+            double real = bufferDoubleValue(c);
             value = LUMNumberCreate(c.allocator, kLUMNumberDoubleType, &real);
         } else {
-            int32_t integer = LUMStringGetIntValue(c.buffer);
+            int32_t integer = bufferIntValue(c.buffer);
             value = LUMNumberCreate(c.allocator, kLUMNumberSInt32Type, &integer);
         }
-    } else if (type == LUMDictionaryGetTypeID()) {
+    } else if (type == c.types.dictionary) {
         value = LUMDictionaryCreateMutable(c.allocator, 0, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
-    } else if (type == LUMArrayGetTypeID()) {
+    } else if (type == c.types.array) {
         value = LUMArrayCreateMutable(c.allocator, 0, &kLUMTypeArrayCallBacks);
-    } else if (type == LUMStringGetTypeID()) {
-        value = LUMStringCreateCopy(c.allocator, c.buffer);
+    } else if (type == c.types.string) {
+        value = createBufferString(c);
     }
     if (value != nullptr) {
         if (c.mode == kModeTop || c.mode == kModeArray) {
@@ -250,12 +417,12 @@ bool runAction(ParseContext &c, int8_t action)
         else return false;
         return true;
     case -5: // '['
-        c.valueType = LUMArrayGetTypeID();
+        c.valueType = c.types.array;
         __LUMPropertyListContextParseJSONParseStringBuffer(c, kModeArray);
         c.state = 6;
         return true;
     case -6: // '{'
-        c.valueType = LUMDictionaryGetTypeID();
+        c.valueType = c.types.dictionary;
         __LUMPropertyListContextParseJSONParseStringBuffer(c, kModeKey);
         c.state = 2;
         return true;
@@ -279,15 +446,15 @@ bool runAction(ParseContext &c, int8_t action)
     case -10: // '/' and the end of a comment: comments are not carried out
     case -11:
         return false;
-    case -12: c.valueType = LUMBooleanGetTypeID(); c.state = 23; return true; // 'f'
-    case -13: c.valueType = LUMBooleanGetTypeID(); c.state = 20; return true; // 't'
-    case -14: c.valueType = LUMNullGetTypeID(); c.state = 27; return true;    // 'n'
-    case -15: c.valueType = LUMNumberGetTypeID(); c.flags |= kFlagFraction; c.state = 17; return true;  // e E
-    case -16: c.valueType = LUMNumberGetTypeID(); c.flags |= kFlagFraction; c.state = 33; return true;  // '.'
-    case -17: clearBuffer(c); c.valueType = LUMStringGetTypeID(); c.state = 7; return true;           // opening '"'
-    case -18: c.valueType = LUMNumberGetTypeID(); c.flags &= ~kFlagFraction; c.state = 13; return true; // '-'
-    case -19: c.valueType = LUMNumberGetTypeID(); c.flags &= ~kFlagFraction; c.state = 14; return true; // '0'
-    case -20: c.valueType = LUMNumberGetTypeID(); c.flags &= ~kFlagFraction; c.state = 15; return true; // 1-9
+    case -12: c.valueType = c.types.boolean; c.state = 23; return true; // 'f'
+    case -13: c.valueType = c.types.boolean; c.state = 20; return true; // 't'
+    case -14: c.valueType = c.types.null; c.state = 27; return true;    // 'n'
+    case -15: c.valueType = c.types.number; c.flags |= kFlagFraction; c.state = 17; return true;  // e E
+    case -16: c.valueType = c.types.number; c.flags |= kFlagFraction; c.state = 33; return true;  // '.'
+    case -17: clearBuffer(c); c.valueType = c.types.string; c.state = 7; return true;           // opening '"'
+    case -18: c.valueType = c.types.number; c.flags &= ~kFlagFraction; c.state = 13; return true; // '-'
+    case -19: c.valueType = c.types.number; c.flags &= ~kFlagFraction; c.state = 14; return true; // '0'
+    case -20: c.valueType = c.types.number; c.flags &= ~kFlagFraction; c.state = 15; return true; // 1-9
     case -21: // backslash in a string
         removeLastUnit(c);
         c.flags |= kFlagEscape;
@@ -330,6 +497,68 @@ bool parseByte(ParseContext &c, UInt8 byte)
         return true;
     }
     return runAction(c, entry);
+}
+
+/* The bytes that stay in a string, state 7, unchanged: all but the quote,
+ * the backslash and the control characters. */
+constexpr bool staysInString(UInt8 byte) { return byte >= 0x20 && byte != '"' && byte != '\\'; }
+constexpr bool isDigitByte(UInt8 byte) { return byte >= '0' && byte <= '9'; }
+constexpr bool isSpaceByte(UInt8 byte) { return byte == ' ' || byte == '\t' || byte == '\n' || byte == '\r'; }
+
+/* Where string text stops staying in state 7: eight bytes at a time while
+ * none of them is a quote, a backslash or a control character. */
+const UInt8 *endOfStringRun(const UInt8 *p, const UInt8 *end)
+{
+    constexpr uint64_t ones = 0x0101010101010101ull, highs = 0x8080808080808080ull;
+    for (; end - p >= 8; p += 8) {
+        uint64_t v;
+        memcpy(&v, p, 8);
+        uint64_t quotes = v ^ (ones * '"'), backslashes = v ^ (ones * '\\');
+        uint64_t found = ((quotes - ones) & ~quotes) | ((backslashes - ones) & ~backslashes) | ((v - ones * 0x20) & ~v);
+        if ((found & highs) != 0) break;
+    }
+    while (p < end && staysInString(*p)) p++;
+    return p;
+}
+
+/* Where a run of bytes each of which the automaton would take one by one
+ * into the same state ends: string text and digits are appended as they
+ * are, whitespace between values (no value type yet) is passed over. */
+const UInt8 *endOfRun(const ParseContext &c, const UInt8 *p, const UInt8 *end)
+{
+    switch (c.state) {
+    case 7:
+        return endOfStringRun(p, end);
+    case 15: case 16: case 19:
+        while (p < end && isDigitByte(*p)) p++;
+        return p;
+    case 0: case 1: case 2: case 3: case 4: case 5: case 6:
+        if (c.valueType == 0) {
+            while (p < end && isSpaceByte(*p)) p++;
+        }
+        return p;
+    default:
+        return p;
+    }
+}
+
+/* One chunk, byte by byte as the automaton reads it; with the private
+ * buffer, runs that change nothing but the buffer are taken whole. */
+void parseChunk(ParseContext &c, const UInt8 *p, const UInt8 *end)
+{
+    if (!c.buffer.isPrivate()) {
+        while (p < end && parseByte(c, *p)) p++;
+        return;
+    }
+    while (p < end) {
+        const UInt8 *runEnd = endOfRun(c, p, end);
+        if (runEnd != p) {
+            if (c.state >= 7) c.buffer.appendBytes(p, runEnd - p);
+            p = runEnd;
+            if (p == end) return;
+        }
+        if (!parseByte(c, *p++)) return; // the rest of the chunk is dropped; the state stays
+    }
 }
 
 /* ---- Writer ------------------------------------------------------------------ */
@@ -565,7 +794,12 @@ LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef allocator, LU
     c.container = LUMRetain(root);
     c.mode = kModeTop;
     c.state = 0;
-    c.buffer = LUMStringCreateMutable(allocator, 0);
+    // A caller's allocator sees the buffer's calls as it always has.
+    if (!lum::usesSystemAllocator(allocator)) c.buffer.useString(LUMStringCreateMutable(allocator, 0));
+    c.types = {LUMNullGetTypeID(), LUMBooleanGetTypeID(), LUMNumberGetTypeID(), LUMDictionaryGetTypeID(), LUMArrayGetTypeID(),
+               LUMStringGetTypeID()};
+    const char *point = localeconv()->decimal_point;
+    c.pointIsRadix = point[0] == '.' && point[1] == '\0';
     c.containerStack = LUMArrayCreateMutable(allocator, 0, &kLUMTypeArrayCallBacks);
     c.modeStack = LUMArrayCreateMutable(allocator, 0, nullptr);
 
@@ -579,9 +813,7 @@ LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef allocator, LU
         }
         if (length == 0) break;
         if (length < 0) continue;
-        for (LUMIndex i = 0; i < length; i++) {
-            if (!parseByte(c, chunk[i])) break; // the rest of the chunk is dropped; the state stays
-        }
+        parseChunk(c, chunk, chunk + length);
     }
 
     if (format != nullptr) *format = kLUMPropertyListJSONFormat;
@@ -591,7 +823,7 @@ LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef allocator, LU
     LUMRelease(c.container);
     LUMRelease(c.containerStack);
     LUMRelease(c.modeStack);
-    LUMRelease(c.buffer);
+    c.buffer.release();
     LUMRelease(root);
     return result;
 }

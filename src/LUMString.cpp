@@ -189,11 +189,14 @@ public:
         if (ptr->bufferType == _kLUMStringBufferTypeCString) {
             bytes_ = bytesOf(ptr);
             for (LUMIndex i = 0; i < range.location; i++) lum::decodeUTF8(bytes_, byteIndex_);
+        } else if (ptr->bufferType == _kLUMStringBufferTypeUniCharString) {
+            units_ = unitsOf(ptr) + range.location;
         }
     }
     explicit CharacterReader(LUMStringRef str) : CharacterReader(str, LUMRangeMake(0, LUMStringGetLength(str))) {}
     UniChar operator[](LUMIndex idx)
     {
+        if (units_ != nullptr) return units_[idx];
         if (bytes_ != nullptr && idx == next_ && idx < length_) {
             next_++;
             return lum::decodeUTF8(bytes_, byteIndex_);
@@ -204,6 +207,7 @@ public:
 private:
     LUMStringInlineBuffer buffer_;
     LUMIndex length_;
+    const UniChar *units_ = nullptr; // unit form: the units of the range
     const UInt8 *bytes_ = nullptr; // byte form: the text, read in order
     LUMIndex byteIndex_ = 0;       // where unit next_ starts
     LUMIndex next_ = 0;
