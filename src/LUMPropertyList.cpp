@@ -521,9 +521,18 @@ const UInt8 *endOfStringRun(const UInt8 *p, const UInt8 *end)
     return p;
 }
 
+/* Where whitespace stops; indentation is passed eight spaces at a time. */
+const UInt8 *endOfSpaceRun(const UInt8 *p, const UInt8 *end)
+{
+    while (p < end && isSpaceByte(*p)) {
+        p++;
+        for (uint64_t v; end - p >= 8 && (memcpy(&v, p, 8), v == 0x2020202020202020ull);) p += 8;
+    }
+    return p;
+}
+
 /* Where a run of bytes each of which the automaton would take one by one
- * into the same state ends: string text and digits are appended as they
- * are, whitespace between values (no value type yet) is passed over. */
+ * into the same state ends: string text, digits and whitespace. */
 const UInt8 *endOfRun(const ParseContext &c, const UInt8 *p, const UInt8 *end)
 {
     switch (c.state) {
@@ -533,10 +542,7 @@ const UInt8 *endOfRun(const ParseContext &c, const UInt8 *p, const UInt8 *end)
         while (p < end && isDigitByte(*p)) p++;
         return p;
     case 0: case 1: case 2: case 3: case 4: case 5: case 6:
-        if (c.valueType == 0) {
-            while (p < end && isSpaceByte(*p)) p++;
-        }
-        return p;
+        return endOfSpaceRun(p, end);
     default:
         return p;
     }
@@ -553,7 +559,8 @@ void parseChunk(ParseContext &c, const UInt8 *p, const UInt8 *end)
     while (p < end) {
         const UInt8 *runEnd = endOfRun(c, p, end);
         if (runEnd != p) {
-            if (c.state >= 7) c.buffer.appendBytes(p, runEnd - p);
+            // Whitespace is text too once a value has begun.
+            if (c.state >= 7 || c.valueType != 0) c.buffer.appendBytes(p, runEnd - p);
             p = runEnd;
             if (p == end) return;
         }

@@ -433,20 +433,6 @@ TEST(LUMJSONRead, DoublesAgreeWithStrtodOnRandomDecimals)
     LUMRelease(plist);
 }
 
-/* Switches LC_NUMERIC to a locale whose decimal point is a comma: an
- * installed one, or one compiled with localedef into a directory of its
- * own. False when neither is possible here. */
-bool UseDecimalCommaLocale()
-{
-    for (const char *name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8"})
-        if (setlocale(LC_NUMERIC, name) != nullptr) return true;
-    std::string directory = TempDirectory();
-    std::string command = "localedef -i de_DE -f UTF-8 " + directory + "/de_DE.UTF-8 >/dev/null 2>&1";
-    if (system(command.c_str()) != 0) return false;
-    setenv("LOCPATH", directory.c_str(), 1);
-    return setlocale(LC_NUMERIC, "de_DE.UTF-8") != nullptr;
-}
-
 TEST(LUMJSONRead, NumbersIgnoreTheCLocale)
 {
     // In a child: the locale and LOCPATH are the whole process's.

@@ -2,6 +2,7 @@
  * Part of LumBase; MIT licence. */
 #include "support/LUMTestSupport.h"
 
+#include <clocale>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -260,5 +261,18 @@ void LoggingRelease(const void *value)
 }
 
 Boolean ScanningEqual(const void *a, const void *b) { return LUMEqual(a, b); }
+
+bool UseDecimalCommaLocale()
+{
+    for (const char *name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8"})
+        if (setlocale(LC_NUMERIC, name) != nullptr) return true;
+    char pattern[] = "/tmp/lumlocale-XXXXXX";
+    const char *directory = mkdtemp(pattern);
+    if (directory == nullptr) return false;
+    std::string command = std::string("localedef -i de_DE -f UTF-8 ") + directory + "/de_DE.UTF-8 >/dev/null 2>&1";
+    if (system(command.c_str()) != 0) return false;
+    setenv("LOCPATH", directory, 1);
+    return setlocale(LC_NUMERIC, "de_DE.UTF-8") != nullptr;
+}
 
 } // namespace lumtest

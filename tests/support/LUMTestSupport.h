@@ -115,6 +115,12 @@ const void *LoggingRetain(const void *value);
 void LoggingRelease(const void *value);
 Boolean ScanningEqual(const void *a, const void *b);
 
+/* Switches LC_NUMERIC to a locale whose decimal point is a comma: an
+ * installed one, or one compiled with localedef into a directory of its
+ * own. False when neither is possible here. Meant for a child process:
+ * the locale and LOCPATH are the whole process's. */
+bool UseDecimalCommaLocale();
+
 } // namespace lumtest
 
 /* Controls of the clock, open and select stand-ins (InterposeClock.c). */
