@@ -143,11 +143,31 @@ void clearKey(__LUMDictionary *d, LUMIndex slot)
     d->keys[slot] = nullptr;
 }
 
+bool isString(const void *object)
+{
+    return object != nullptr && static_cast<const LUMRuntimeBase *>(object)->typeID == lum::kStringTypeID;
+}
+
+/* The scan for a string key under LUMEqual, which calls only the library's
+ * string comparison: a key of another class or another length is passed
+ * over without the call, whose answer would be no. */
+LUMIndex scanForText(const __LUMDictionary *d, const __LUMString *key)
+{
+    for (LUMIndex i = 0; i < d->slotCount; i++) {
+        const void *slotKey = d->keys[i];
+        if (slotKey == key) return i;
+        if (!isString(slotKey) || static_cast<const __LUMString *>(slotKey)->length != key->length) continue;
+        if (LUMEqual(slotKey, key)) return i;
+    }
+    return kLUMNotFound;
+}
+
 LUMIndex findKey(const __LUMDictionary *d, const void *key)
 {
     if (lum::TextIndex *index = indexFor(d)) {
         return key == nullptr ? findFreeSlot(d, index) : lum::textIndexFind(index, key, d->keys, true);
     }
+    if (d->keyCallBacks.equal == LUMEqual && isString(key)) return scanForText(d, static_cast<const __LUMString *>(key));
     for (LUMIndex i = 0; i < d->slotCount; i++) {
         if (__LUMDictionaryEqualKey(d, d->keys[i], key)) return i;
     }

@@ -359,7 +359,8 @@ void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t
             LUMArrayAppendValue(static_cast<LUMMutableArrayRef>(const_cast<void *>(c.container)), value);
         } else if (c.mode == kModeKey) {
             LUMRelease(c.pendingKey);
-            c.pendingKey = LUMRetain(value);
+            c.pendingKey = value; // takes over the reference made above
+            value = pushMode != 0 ? LUMRetain(value) : nullptr;
         } else if (c.mode == kModeValue) {
             LUMDictionarySetValue(static_cast<LUMMutableDictionaryRef>(const_cast<void *>(c.container)), c.pendingKey, value);
             LUMRelease(c.pendingKey);
@@ -372,7 +373,7 @@ void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t
             c.mode = pushMode;
             c.container = LUMRetain(value);
         }
-        LUMRelease(value);
+        if (value != nullptr) LUMRelease(value);
     }
     clearBuffer(c);
     c.valueType = 0;
@@ -548,6 +549,19 @@ const UInt8 *endOfRun(const ParseContext &c, const UInt8 *p, const UInt8 *end)
     }
 }
 
+/* After the first letter of true, false or null, the rest of the word when
+ * the chunk holds it whole: each letter is appended and leads to the next
+ * state, the last one to state 1. */
+const UInt8 *endOfLiteral(ParseContext &c, const UInt8 *p, const UInt8 *end)
+{
+    const char *rest = c.state == 20 ? "rue" : c.state == 23 ? "alse" : c.state == 27 ? "ull" : nullptr;
+    if (rest == nullptr) return p;
+    size_t length = strlen(rest);
+    if (static_cast<size_t>(end - p) < length || memcmp(p, rest, length) != 0) return p;
+    c.state = 1;
+    return p + length;
+}
+
 /* One chunk, byte by byte as the automaton reads it; with the private
  * buffer, runs that change nothing but the buffer are taken whole. */
 void parseChunk(ParseContext &c, const UInt8 *p, const UInt8 *end)
@@ -558,6 +572,7 @@ void parseChunk(ParseContext &c, const UInt8 *p, const UInt8 *end)
     }
     while (p < end) {
         const UInt8 *runEnd = endOfRun(c, p, end);
+        if (runEnd == p) runEnd = endOfLiteral(c, p, end);
         if (runEnd != p) {
             // Whitespace is text too once a value has begun.
             if (c.state >= 7 || c.valueType != 0) c.buffer.appendBytes(p, runEnd - p);
