@@ -591,6 +591,15 @@ bool indexableString(const void *element)
     return _LUMTypeCheckValid(element, LUMStringGetTypeID()) && !static_cast<const __LUMString *>(element)->isMutable;
 }
 
+/* Where a text's entry starts: the class hash is linear in the units, so
+ * texts that differ in their last few units would crowd together; one
+ * multiplication spreads them over the whole table. */
+size_t bucketOf(LUMHashCode hash, size_t capacity)
+{
+    uint32_t mixed = static_cast<uint32_t>(hash) * 0x9E3779B1u;
+    return static_cast<size_t>(mixed >> (32 - __builtin_ctzll(capacity)));
+}
+
 bool resizeEntries(lum::TextIndex *index, size_t capacity)
 {
     auto *entries = static_cast<uint32_t *>(calloc(capacity, sizeof(uint32_t)));
@@ -603,7 +612,7 @@ bool resizeEntries(lum::TextIndex *index, size_t capacity)
     for (size_t i = 0; i < index->capacity; i++) {
         uint32_t entry = index->entries[i];
         if (entry == kEmptyEntry || entry == kRemovedEntry) continue;
-        size_t at = index->hashes[i] & (capacity - 1);
+        size_t at = bucketOf(index->hashes[i], capacity);
         while (entries[at] != kEmptyEntry) at = (at + 1) & (capacity - 1);
         entries[at] = entry;
         hashes[at] = index->hashes[i];
@@ -694,7 +703,7 @@ bool lum::textIndexAdd(TextIndex *index, LUMIndex position, const void *element)
         return false;
     }
     LUMHashCode hash = hashOf(index, element);
-    size_t at = hash & (index->capacity - 1);
+    size_t at = bucketOf(hash, index->capacity);
     while (index->entries[at] != kEmptyEntry && index->entries[at] != kRemovedEntry) at = (at + 1) & (index->capacity - 1);
     if (index->entries[at] == kEmptyEntry) index->used++;
     index->entries[at] = static_cast<uint32_t>(position) + 1;
@@ -705,7 +714,7 @@ bool lum::textIndexAdd(TextIndex *index, LUMIndex position, const void *element)
 void lum::textIndexRemove(TextIndex *index, LUMIndex position, const void *element)
 {
     LUMHashCode hash = hashOf(index, element);
-    for (size_t at = hash & (index->capacity - 1); index->entries[at] != kEmptyEntry; at = (at + 1) & (index->capacity - 1)) {
+    for (size_t at = bucketOf(hash, index->capacity); index->entries[at] != kEmptyEntry; at = (at + 1) & (index->capacity - 1)) {
         if (index->entries[at] == static_cast<uint32_t>(position) + 1) {
             index->entries[at] = kRemovedEntry;
             return;
@@ -722,7 +731,7 @@ LUMIndex lum::textIndexFind(const TextIndex *index, const void *key, const void 
     index->hashedElement = key;
     index->hashedValue = hash;
     LUMIndex found = kLUMNotFound;
-    for (size_t at = hash & (index->capacity - 1); index->entries[at] != kEmptyEntry; at = (at + 1) & (index->capacity - 1)) {
+    for (size_t at = bucketOf(hash, index->capacity); index->entries[at] != kEmptyEntry; at = (at + 1) & (index->capacity - 1)) {
         uint32_t entry = index->entries[at];
         if (entry == kRemovedEntry || index->hashes[at] != hash) continue;
         auto position = static_cast<LUMIndex>(entry - 1);
