@@ -246,6 +246,10 @@ LUMArrayRef createArrayAdopting(LUMAllocatorRef allocator, const void *const *va
 LUMDictionaryRef createDictionaryAdopting(LUMAllocatorRef allocator, const void *const *keys, const void *const *values, LUMIndex count,
                                           bool isMutable);
 
+/* The units LUMStringCreateWithFormat would give the text of, into units
+ * when they fit capacity; their count either way. */
+LUMIndex formatUnits(UniChar *units, LUMIndex capacity, LUMStringRef format, ...);
+
 /* The double strtod gives for text that is exactly a decimal number,
  * -?digits[.digits][(e|E)[+|-]digits], with '.' as the decimal point;
  * false for any other text. */

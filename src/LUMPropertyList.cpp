@@ -594,30 +594,67 @@ struct WriteContext {
     LUMPropertyListFormat format;
     LUMOptionFlags options;
     LUMErrorRef error;
+    // A stream nobody can watch (the library's own buffer over the system
+    // allocator) gets all the text in one write at the end; any other
+    // stream gets the writes it always got.
+    bool gathers;
+    UInt8 *gathered;
+    size_t gatheredCount;
+    size_t gatheredCapacity;
+    // Number texts are made through string objects of the default
+    // allocator; when that is the system allocator, nobody sees them made.
+    bool numbersPrivately;
 };
+
+void handOver(WriteContext &w)
+{
+    if (w.gatheredCount > 0) LUMWriteStreamWrite(w.stream, w.gathered, static_cast<LUMIndex>(w.gatheredCount));
+    w.gatheredCount = 0;
+}
+
+/* Room for length more gathered bytes; false (with what was gathered handed
+ * over, and gathering given up) when there is no memory for it. */
+bool gatherRoom(WriteContext &w, size_t length)
+{
+    if (w.gatheredCount + length <= w.gatheredCapacity) return true;
+    size_t capacity = lum::doubledCapacity<size_t>(w.gatheredCapacity < 4096 ? 4096 : w.gatheredCapacity, w.gatheredCount + length);
+    void *grown = realloc(w.gathered, capacity);
+    if (grown == nullptr) {
+        handOver(w);
+        w.gathers = false;
+        return false;
+    }
+    w.gathered = static_cast<UInt8 *>(grown);
+    w.gatheredCapacity = capacity;
+    return true;
+}
 
 void writeBytes(WriteContext &w, const UInt8 *bytes, LUMIndex length)
 {
     if (length <= 0) return;
-    LUMWriteStreamWrite(w.stream, bytes, length); // the result is not checked
+    if (w.gathers && gatherRoom(w, static_cast<size_t>(length))) {
+        memcpy(w.gathered + w.gatheredCount, bytes, static_cast<size_t>(length));
+        w.gatheredCount += static_cast<size_t>(length);
+    } else {
+        LUMWriteStreamWrite(w.stream, bytes, length); // the result is not checked
+    }
     w.bytesWritten += length;
 }
 
 void writeText(WriteContext &w, const char *text) { writeBytes(w, reinterpret_cast<const UInt8 *>(text), static_cast<LUMIndex>(strlen(text))); }
 
-void __LUMPropertyListContextWriteString(WriteContext &w, LUMStringRef string, bool escapeQuotes)
+/* Units as JSON text: handed on whenever more than 991 bytes are waiting
+ * before a unit, and at the end. */
+void writeUnits(WriteContext &w, const UniChar *units, LUMIndex length, bool escapeQuotes)
 {
     UInt8 out[kWriteFlushBytes + 16];
     LUMIndex used = 0;
-    LUMStringInlineBuffer buffer;
-    LUMIndex length = LUMStringGetLength(string);
-    LUMStringInitInlineBuffer(string, &buffer, LUMRangeMake(0, length));
     for (LUMIndex i = 0; i < length; i++) {
         if (used > kWriteFlushBytes) {
             writeBytes(w, out, used);
             used = 0;
         }
-        UniChar unit = LUMStringGetCharacterFromInlineBuffer(&buffer, i);
+        UniChar unit = units[i];
         if (unit == '\\') {
             out[used++] = '\\';
             out[used++] = '\\';
@@ -635,11 +672,64 @@ void __LUMPropertyListContextWriteString(WriteContext &w, LUMStringRef string, b
     writeBytes(w, out, used);
 }
 
+void __LUMPropertyListContextWriteString(WriteContext &w, LUMStringRef string, bool escapeQuotes)
+{
+    // The string's units, read straight from its storage when it has them.
+    LUMIndex length = LUMStringGetLength(string);
+    if (const UniChar *units = LUMStringGetCharactersPtr(string)) return writeUnits(w, units, length, escapeQuotes);
+    lum::TempBuffer<UniChar, 256> units(static_cast<size_t>(length));
+    if (units.get() == nullptr) return;
+    LUMStringGetCharacters(string, LUMRangeMake(0, length), units.get());
+    writeUnits(w, units.get(), length, escapeQuotes);
+}
+
 void writeQuoted(WriteContext &w, LUMStringRef string)
 {
     writeText(w, "\"");
     __LUMPropertyListContextWriteString(w, string, true);
     writeText(w, "\"");
+}
+
+/* The text "%ld" gives for a 32-bit value. */
+LUMIndex integerUnits(int32_t value, UniChar (&units)[16])
+{
+    char digits[16];
+    int count = 0;
+    uint32_t magnitude = value < 0 ? 0u - static_cast<uint32_t>(value) : static_cast<uint32_t>(value);
+    do {
+        digits[count++] = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    LUMIndex length = 0;
+    if (value < 0) units[length++] = '-';
+    while (count > 0) units[length++] = static_cast<UniChar>(digits[--count]);
+    return length;
+}
+
+void writeNumber(WriteContext &w, LUMNumberRef number)
+{
+    if (!LUMNumberIsFloatType(number)) {
+        int32_t integer = 0;
+        LUMNumberGetValue(number, kLUMNumberLongType, &integer);
+        if (w.numbersPrivately) {
+            UniChar units[16];
+            return writeUnits(w, units, integerUnits(integer, units), false);
+        }
+        LUMStringRef text = LUMStringCreateWithFormat(w.allocator, nullptr, LUMSTR("%ld"), static_cast<long>(integer));
+        __LUMPropertyListContextWriteString(w, text, false);
+        LUMRelease(text);
+        return;
+    }
+    double real = 0;
+    LUMNumberGetValue(number, kLUMNumberDoubleType, &real);
+    if (w.numbersPrivately) {
+        UniChar units[400]; // the longest "%f" text, of the largest double, is 317 units
+        LUMIndex length = lum::formatUnits(units, LUM_COUNTOF(units), LUMSTR("%f"), real);
+        if (length <= static_cast<LUMIndex>(LUM_COUNTOF(units))) return writeUnits(w, units, length, false);
+    }
+    LUMStringRef text = LUMStringCreateWithFormat(w.allocator, nullptr, LUMSTR("%f"), real);
+    __LUMPropertyListContextWriteString(w, text, false);
+    LUMRelease(text);
 }
 
 /* Writes one value that is not a container. */
@@ -649,19 +739,7 @@ void writeScalar(LUMTypeRef object, WriteContext &w)
     if (type == LUMStringGetTypeID()) {
         writeQuoted(w, static_cast<LUMStringRef>(object));
     } else if (type == LUMNumberGetTypeID()) {
-        auto number = static_cast<LUMNumberRef>(object);
-        LUMStringRef text;
-        if (!LUMNumberIsFloatType(number)) {
-            int32_t integer = 0;
-            LUMNumberGetValue(number, kLUMNumberLongType, &integer);
-            text = LUMStringCreateWithFormat(w.allocator, nullptr, LUMSTR("%ld"), static_cast<long>(integer));
-        } else {
-            double real = 0;
-            LUMNumberGetValue(number, kLUMNumberDoubleType, &real);
-            text = LUMStringCreateWithFormat(w.allocator, nullptr, LUMSTR("%f"), real);
-        }
-        __LUMPropertyListContextWriteString(w, text, false);
-        LUMRelease(text);
+        writeNumber(w, static_cast<LUMNumberRef>(object));
     } else if (type == LUMBooleanGetTypeID()) {
         writeText(w, LUMBooleanGetValue(static_cast<LUMBooleanRef>(object)) ? "true" : "false");
     } else if (type == LUMNullGetTypeID()) {
@@ -859,8 +937,10 @@ LUMPropertyListRef LUMPropertyListCreateWithData(LUMAllocatorRef allocator, LUMD
     return result;
 }
 
-LUMIndex LUMPropertyListWrite(LUMPropertyListRef propertyList, LUMWriteStreamRef stream, LUMPropertyListFormat format,
-                              LUMOptionFlags options, LUMErrorRef *error)
+namespace {
+
+LUMIndex writePropertyList(LUMPropertyListRef propertyList, LUMWriteStreamRef stream, LUMPropertyListFormat format,
+                           LUMOptionFlags options, LUMErrorRef *error, bool streamIsPrivate)
 {
     if (format != kLUMPropertyListJSONFormat) return 0;
     WriteContext w = {};
@@ -868,17 +948,33 @@ LUMIndex LUMPropertyListWrite(LUMPropertyListRef propertyList, LUMWriteStreamRef
     w.stream = stream;
     w.format = format;
     w.options = options;
-    JSONWriter writer(w);
-    writer.write(propertyList);
+    w.gathers = streamIsPrivate;
+    w.numbersPrivately = lum::usesSystemAllocator(nullptr);
+    {
+        JSONWriter writer(w);
+        writer.write(propertyList);
+    }
+    handOver(w);
+    free(w.gathered);
     if (error != nullptr) *error = nullptr;
     return w.bytesWritten;
+}
+
+} // namespace
+
+LUMIndex LUMPropertyListWrite(LUMPropertyListRef propertyList, LUMWriteStreamRef stream, LUMPropertyListFormat format,
+                              LUMOptionFlags options, LUMErrorRef *error)
+{
+    return writePropertyList(propertyList, stream, format, options, error, false);
 }
 
 LUMDataRef LUMPropertyListCreateData(LUMAllocatorRef allocator, LUMPropertyListRef propertyList, LUMPropertyListFormat format,
                                      LUMOptionFlags options, LUMErrorRef *error)
 {
     LUMWriteStreamRef stream = LUMWriteStreamCreateWithAllocatedBuffers(nullptr, nullptr);
-    LUMPropertyListWrite(propertyList, stream, format, options, error);
+    // The stream's buffers come from the default allocator: when that is the
+    // system allocator, nobody sees how the text reaches them.
+    writePropertyList(propertyList, stream, format, options, error, lum::usesSystemAllocator(nullptr));
     auto data = static_cast<LUMDataRef>(LUMWriteStreamCopyProperty(stream, kLUMStreamPropertyDataWritten));
     LUMRelease(stream);
     return data;

@@ -1709,6 +1709,18 @@ LUMStringRef LUMStringCreateWithFormatAndArguments(LUMAllocatorRef allocator, LU
     return LUMStringCreateWithCharacters(allocator, sink.units(), sink.count());
 }
 
+LUMIndex lum::formatUnits(UniChar *units, LUMIndex capacity, LUMStringRef format, ...)
+{
+    FormatSink sink(nullptr);
+    va_list arguments;
+    va_start(arguments, format);
+    __LUMStringAppendWithFormatAndArguments(sink, format, arguments);
+    va_end(arguments);
+    LUMIndex count = sink.count();
+    if (count <= capacity && count > 0) memcpy(units, sink.units(), static_cast<size_t>(count) * sizeof(UniChar));
+    return count;
+}
+
 LUMStringRef LUMStringCreateWithFormat(LUMAllocatorRef allocator, LUMTypeRef formatOptions, LUMStringRef format, ...)
 {
     va_list arguments;
