@@ -217,7 +217,7 @@ void LUMDataAppendBytes(LUMMutableDataRef data, const UInt8 *bytes, LUMIndex len
 {
     LUM_ASSERT_AT(244, data->isMutable);
     if (!growTo(data, static_cast<int64_t>(data->length) + length)) return;
-    for (LUMIndex i = 0; i < length; i++) data->bytes[data->length + i] = bytes[i];
+    if (length > 0) memmove(data->bytes + data->length, bytes, static_cast<size_t>(length));
     data->length += length;
 }
 

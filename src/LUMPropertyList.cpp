@@ -643,10 +643,60 @@ void writeBytes(WriteContext &w, const UInt8 *bytes, LUMIndex length)
 
 void writeText(WriteContext &w, const char *text) { writeBytes(w, reinterpret_cast<const UInt8 *>(text), static_cast<LUMIndex>(strlen(text))); }
 
+/* The two hex digits of every byte, from the hex characters. */
+struct HexPairs {
+    char text[512];
+};
+constexpr HexPairs makeHexPairs()
+{
+    HexPairs pairs = {};
+    for (int b = 0; b < 256; b++) {
+        pairs.text[2 * b] = __LUMPropertyListHexChars[b >> 4];
+        pairs.text[2 * b + 1] = __LUMPropertyListHexChars[b & 0xF];
+    }
+    return pairs;
+}
+constexpr HexPairs kHexPairs = makeHexPairs();
+
+/* One unit as JSON text: a backslash doubled, a quotation mark escaped
+ * when asked, 32-127 as its byte, everything else as \\uXXXX. */
+int encodeUnit(UniChar unit, bool escapeQuotes, UInt8 *out)
+{
+    if (unit == '\\' || (unit == '"' && escapeQuotes)) {
+        out[0] = '\\';
+        out[1] = static_cast<UInt8>(unit);
+        return 2;
+    }
+    if (unit >= 32 && unit <= 127) {
+        out[0] = static_cast<UInt8>(unit);
+        return 1;
+    }
+    out[0] = '\\';
+    out[1] = 'u';
+    memcpy(out + 2, kHexPairs.text + 2 * (unit >> 8), 2);
+    memcpy(out + 4, kHexPairs.text + 2 * (unit & 0xFF), 2);
+    return 6;
+}
+
+/* Plain text: one byte each, under any escaping. */
+constexpr bool isPlainUnit(UniChar unit) { return unit >= 32 && unit <= 127 && unit != '\\' && unit != '"'; }
+
 /* Units as JSON text: handed on whenever more than 991 bytes are waiting
- * before a unit, and at the end. */
+ * before a unit, and at the end. Gathered text is encoded in place. */
 void writeUnits(WriteContext &w, const UniChar *units, LUMIndex length, bool escapeQuotes)
 {
+    if (w.gathers && length > 0 && gatherRoom(w, 6 * static_cast<size_t>(length))) {
+        UInt8 *out = w.gathered + w.gatheredCount;
+        size_t used = 0;
+        for (LUMIndex i = 0; i < length; i++) {
+            UniChar unit = units[i];
+            if (isPlainUnit(unit)) out[used++] = static_cast<UInt8>(unit);
+            else used += static_cast<size_t>(encodeUnit(unit, escapeQuotes, out + used));
+        }
+        w.gatheredCount += used;
+        w.bytesWritten += static_cast<LUMIndex>(used);
+        return;
+    }
     UInt8 out[kWriteFlushBytes + 16];
     LUMIndex used = 0;
     for (LUMIndex i = 0; i < length; i++) {
@@ -654,20 +704,7 @@ void writeUnits(WriteContext &w, const UniChar *units, LUMIndex length, bool esc
             writeBytes(w, out, used);
             used = 0;
         }
-        UniChar unit = units[i];
-        if (unit == '\\') {
-            out[used++] = '\\';
-            out[used++] = '\\';
-        } else if (unit == '"' && escapeQuotes) {
-            out[used++] = '\\';
-            out[used++] = '"';
-        } else if (unit >= 32 && unit <= 127) {
-            out[used++] = static_cast<UInt8>(unit);
-        } else {
-            out[used++] = '\\';
-            out[used++] = 'u';
-            for (int shift = 12; shift >= 0; shift -= 4) out[used++] = static_cast<UInt8>(__LUMPropertyListHexChars[(unit >> shift) & 0xF]);
-        }
+        used += encodeUnit(units[i], escapeQuotes, out + used);
     }
     writeBytes(w, out, used);
 }
@@ -939,8 +976,18 @@ LUMPropertyListRef LUMPropertyListCreateWithData(LUMAllocatorRef allocator, LUMD
 
 namespace {
 
+/* Text a writer gathered and kept for its caller. */
+struct KeptText {
+    UInt8 *bytes = nullptr;
+    size_t count = 0;
+    bool kept = false;
+};
+
+/* Writes the tree to stream. A writer that gathers hands its text to the
+ * stream at the end, or, given somewhere to keep it, keeps it there (and
+ * writes to the stream only what it could not gather). */
 LUMIndex writePropertyList(LUMPropertyListRef propertyList, LUMWriteStreamRef stream, LUMPropertyListFormat format,
-                           LUMOptionFlags options, LUMErrorRef *error, bool streamIsPrivate)
+                           LUMOptionFlags options, LUMErrorRef *error, bool gathers, KeptText *keep = nullptr)
 {
     if (format != kLUMPropertyListJSONFormat) return 0;
     WriteContext w = {};
@@ -948,16 +995,37 @@ LUMIndex writePropertyList(LUMPropertyListRef propertyList, LUMWriteStreamRef st
     w.stream = stream;
     w.format = format;
     w.options = options;
-    w.gathers = streamIsPrivate;
+    w.gathers = gathers;
     w.numbersPrivately = lum::usesSystemAllocator(nullptr);
     {
         JSONWriter writer(w);
         writer.write(propertyList);
     }
-    handOver(w);
-    free(w.gathered);
+    if (keep != nullptr && w.gathers) {
+        keep->bytes = w.gathered;
+        keep->count = w.gatheredCount;
+        keep->kept = true;
+    } else {
+        handOver(w);
+        free(w.gathered);
+    }
     if (error != nullptr) *error = nullptr;
     return w.bytesWritten;
+}
+
+/* An immutable data object of the default (system) allocator over the
+ * kept text, which it takes over. */
+LUMDataRef adoptText(KeptText &text)
+{
+    if (text.count == 0) {
+        free(text.bytes);
+        return LUMDataCreate(nullptr, nullptr, 0);
+    }
+    void *fitted = realloc(text.bytes, text.count);
+    auto *bytes = static_cast<UInt8 *>(fitted != nullptr ? fitted : text.bytes);
+    LUMDataRef data = LUMDataCreateWithBytesNoCopy(nullptr, bytes, static_cast<LUMIndex>(text.count), kLUMAllocatorSystemDefault);
+    if (data == nullptr) free(bytes);
+    return data;
 }
 
 } // namespace
@@ -972,10 +1040,18 @@ LUMDataRef LUMPropertyListCreateData(LUMAllocatorRef allocator, LUMPropertyListR
                                      LUMOptionFlags options, LUMErrorRef *error)
 {
     LUMWriteStreamRef stream = LUMWriteStreamCreateWithAllocatedBuffers(nullptr, nullptr);
-    // The stream's buffers come from the default allocator: when that is the
-    // system allocator, nobody sees how the text reaches them.
-    writePropertyList(propertyList, stream, format, options, error, lum::usesSystemAllocator(nullptr));
-    auto data = static_cast<LUMDataRef>(LUMWriteStreamCopyProperty(stream, kLUMStreamPropertyDataWritten));
+    LUMDataRef data;
+    if (lum::usesSystemAllocator(nullptr)) {
+        // The stream's buffers and the copy it makes of them come from the
+        // default allocator: when that is the system allocator, nobody sees
+        // them, and the text goes straight into the copy the stream would make.
+        KeptText text;
+        writePropertyList(propertyList, stream, format, options, error, true, &text);
+        data = text.kept ? adoptText(text) : static_cast<LUMDataRef>(LUMWriteStreamCopyProperty(stream, kLUMStreamPropertyDataWritten));
+    } else {
+        writePropertyList(propertyList, stream, format, options, error, false);
+        data = static_cast<LUMDataRef>(LUMWriteStreamCopyProperty(stream, kLUMStreamPropertyDataWritten));
+    }
     LUMRelease(stream);
     return data;
 }
