@@ -202,6 +202,86 @@ private:
     LUMIndex capacity_ = 0;
 };
 
+/* The enclosing containers and their modes; the stack owns one reference
+ * to each container. With a caller's allocator these are the two arrays the
+ * reader has always kept, whose calls that allocator sees; otherwise a
+ * private array of frames. */
+class ContainerStack {
+public:
+    ContainerStack() = default;
+    ContainerStack(const ContainerStack &) = delete;
+    ContainerStack &operator=(const ContainerStack &) = delete;
+    ~ContainerStack() { release(); }
+
+    void useArrays(LUMAllocatorRef allocator)
+    {
+        containers_ = LUMArrayCreateMutable(allocator, 0, &kLUMTypeArrayCallBacks);
+        modes_ = LUMArrayCreateMutable(allocator, 0, nullptr);
+    }
+
+    /* Takes over the caller's reference to container. */
+    void push(LUMTypeRef container, int32_t mode)
+    {
+        if (containers_ != nullptr) {
+            LUMArrayAppendValue(modes_, reinterpret_cast<const void *>(static_cast<intptr_t>(mode)));
+            LUMArrayAppendValue(containers_, container);
+            LUMRelease(container);
+            return;
+        }
+        if (depth_ == capacity_) {
+            size_t capacity = lum::doubledCapacity<size_t>(capacity_ < 16 ? 16 : capacity_, depth_ + 1);
+            void *frames = realloc(frames_, capacity * sizeof(Frame));
+            if (frames == nullptr) {
+                LUMRelease(container); // as an append that found no room: the frame is lost
+                return;
+            }
+            frames_ = static_cast<Frame *>(frames);
+            capacity_ = capacity;
+        }
+        frames_[depth_++] = {container, mode};
+    }
+
+    bool isEmpty() const { return containers_ != nullptr ? LUMArrayGetCount(containers_) == 0 : depth_ == 0; }
+
+    /* The top container, with the stack's reference handed to the caller. */
+    LUMTypeRef pop(int32_t &mode)
+    {
+        if (containers_ != nullptr) {
+            LUMIndex depth = LUMArrayGetCount(containers_);
+            LUMTypeRef container = LUMRetain(LUMArrayGetValueAtIndex(containers_, depth - 1));
+            mode = static_cast<int32_t>(reinterpret_cast<intptr_t>(LUMArrayGetValueAtIndex(modes_, depth - 1)));
+            LUMArrayRemoveValueAtIndex(containers_, depth - 1);
+            LUMArrayRemoveValueAtIndex(modes_, depth - 1);
+            return container;
+        }
+        Frame &top = frames_[--depth_];
+        mode = top.mode;
+        return top.container;
+    }
+
+    void release()
+    {
+        LUMRelease(containers_);
+        LUMRelease(modes_);
+        containers_ = modes_ = nullptr;
+        for (size_t i = 0; i < depth_; i++) LUMRelease(frames_[i].container);
+        free(frames_);
+        frames_ = nullptr;
+        depth_ = capacity_ = 0;
+    }
+
+private:
+    struct Frame {
+        LUMTypeRef container;
+        int32_t mode;
+    };
+    LUMMutableArrayRef containers_ = nullptr;
+    LUMMutableArrayRef modes_ = nullptr;
+    Frame *frames_ = nullptr;
+    size_t depth_ = 0;
+    size_t capacity_ = 0;
+};
+
 struct ParseContext {
     LUMAllocatorRef allocator;
     LUMReadStreamRef stream;
@@ -213,8 +293,7 @@ struct ParseContext {
     int32_t mode;
     int32_t state;
     ParseBuffer buffer;
-    LUMMutableArrayRef containerStack;
-    LUMMutableArrayRef modeStack;
+    ContainerStack stack;
     LUMTypeID valueType;
     uint32_t flags;
     bool pointIsRadix; // strtod reads '.' as the decimal point here
@@ -367,9 +446,7 @@ void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t
             c.pendingKey = nullptr;
         }
         if (pushMode != 0) {
-            LUMArrayAppendValue(c.modeStack, reinterpret_cast<const void *>(static_cast<intptr_t>(c.mode)));
-            LUMArrayAppendValue(c.containerStack, c.container);
-            LUMRelease(c.container);
+            c.stack.push(c.container, c.mode);
             c.mode = pushMode;
             c.container = LUMRetain(value);
         }
@@ -382,13 +459,9 @@ void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t
 bool __LUMPropertyListContextPopMode(ParseContext &c, int32_t expectedMode)
 {
     if (c.mode != expectedMode) return false;
-    LUMIndex depth = LUMArrayGetCount(c.containerStack);
-    if (depth == 0) return false;
+    if (c.stack.isEmpty()) return false;
     LUMRelease(c.container);
-    c.container = LUMRetain(LUMArrayGetValueAtIndex(c.containerStack, depth - 1));
-    c.mode = static_cast<int32_t>(reinterpret_cast<intptr_t>(LUMArrayGetValueAtIndex(c.modeStack, depth - 1)));
-    LUMArrayRemoveValueAtIndex(c.containerStack, depth - 1);
-    LUMArrayRemoveValueAtIndex(c.modeStack, depth - 1);
+    c.container = c.stack.pop(c.mode);
     return true;
 }
 
@@ -937,8 +1010,7 @@ LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef allocator, LU
                LUMStringGetTypeID()};
     const char *point = localeconv()->decimal_point;
     c.pointIsRadix = point[0] == '.' && point[1] == '\0';
-    c.containerStack = LUMArrayCreateMutable(allocator, 0, &kLUMTypeArrayCallBacks);
-    c.modeStack = LUMArrayCreateMutable(allocator, 0, nullptr);
+    if (!c.buffer.isPrivate()) c.stack.useArrays(allocator);
 
     UInt8 local[kChunkBytes];
     while (LUMReadStreamHasBytesAvailable(stream)) {
@@ -958,8 +1030,7 @@ LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef allocator, LU
     LUMPropertyListRef result = LUMArrayGetCount(root) > 0 ? LUMRetain(LUMArrayGetValueAtIndex(root, 0)) : nullptr;
     LUMRelease(c.pendingKey);
     LUMRelease(c.container);
-    LUMRelease(c.containerStack);
-    LUMRelease(c.modeStack);
+    c.stack.release();
     c.buffer.release();
     LUMRelease(root);
     return result;
