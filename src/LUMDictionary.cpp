@@ -373,6 +373,84 @@ LUMDictionaryRef lum::createDictionaryAdopting(LUMAllocatorRef allocator, const 
     return d;
 }
 
+namespace {
+
+size_t bucketOf(LUMHashCode hash, size_t capacity);
+
+/* Keeps the first of each text among keys, giving it the last value that
+ * text had, as a sequence of LUMDictionarySetValue calls would: a later
+ * duplicate's key and the value it replaces are released. The kept pairs
+ * move to the front; their number. Keys are strings. */
+LUMIndex mergeDuplicateKeys(const void **keys, const void **values, LUMIndex count)
+{
+    LUMIndex kept = 0;
+    auto keep = [&](LUMIndex i, LUMIndex existing) {
+        if (existing == kLUMNotFound) {
+            keys[kept] = keys[i];
+            values[kept] = values[i];
+            return kept++;
+        }
+        LUMRelease(values[existing]);
+        values[existing] = values[i];
+        LUMRelease(keys[i]);
+        return existing;
+    };
+    if (count <= 16) {
+        for (LUMIndex i = 0; i < count; i++) {
+            LUMIndex existing = kLUMNotFound;
+            auto *key = static_cast<const __LUMString *>(keys[i]);
+            for (LUMIndex j = 0; j < kept && existing == kLUMNotFound; j++) {
+                auto *other = static_cast<const __LUMString *>(keys[j]);
+                if (other->length == key->length && LUMEqual(other, key)) existing = j;
+            }
+            keep(i, existing);
+        }
+        return kept;
+    }
+    // Larger objects: the kept texts in a table of their own.
+    size_t capacity = 64;
+    while (capacity < 2 * static_cast<size_t>(count)) capacity *= 2;
+    auto *table = static_cast<uint32_t *>(calloc(capacity, sizeof(uint32_t)));
+    if (table == nullptr) return -1;
+    for (LUMIndex i = 0; i < count; i++) {
+        size_t at = bucketOf(LUMHash(keys[i]), capacity);
+        LUMIndex existing = kLUMNotFound;
+        for (; table[at] != 0; at = (at + 1) & (capacity - 1)) {
+            if (LUMEqual(keys[table[at] - 1], keys[i])) {
+                existing = static_cast<LUMIndex>(table[at] - 1);
+                break;
+            }
+        }
+        LUMIndex position = keep(i, existing);
+        if (existing == kLUMNotFound) table[at] = static_cast<uint32_t>(position) + 1;
+    }
+    free(table);
+    return kept;
+}
+
+} // namespace
+
+LUMMutableDictionaryRef lum::createDictionarySetting(LUMAllocatorRef allocator, const void **keys, const void **values, LUMIndex count)
+{
+    bool allStrings = true;
+    for (LUMIndex i = 0; i < count && allStrings; i++) allStrings = isString(keys[i]);
+    LUMIndex kept = allStrings ? mergeDuplicateKeys(keys, values, count) : -1;
+    if (kept >= 0) {
+        LUMDictionaryRef d = createDictionaryAdopting(allocator, keys, values, kept, true);
+        if (d != nullptr) return const_cast<LUMMutableDictionaryRef>(d);
+        count = kept;
+    }
+    // Anything else (a null key counts without a slot, for one) goes through
+    // the calls themselves.
+    LUMMutableDictionaryRef d = LUMDictionaryCreateMutable(allocator, 0, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
+    for (LUMIndex i = 0; i < count; i++) {
+        if (d != nullptr) LUMDictionarySetValue(d, keys[i], values[i]);
+        LUMRelease(keys[i]);
+        LUMRelease(values[i]);
+    }
+    return d;
+}
+
 LUMDictionaryRef LUMDictionaryCreateCopy(LUMAllocatorRef allocator, LUMDictionaryRef dictionary)
 {
     LUM_ASSERT(_LUMTypeCheckValid(dictionary, LUMDictionaryGetTypeID()));

@@ -202,10 +202,9 @@ private:
     LUMIndex capacity_ = 0;
 };
 
-/* The enclosing containers and their modes; the stack owns one reference
- * to each container. With a caller's allocator these are the two arrays the
- * reader has always kept, whose calls that allocator sees; otherwise a
- * private array of frames. */
+/* The enclosing containers and their modes, as the two arrays the reader
+ * has always kept when a caller's allocator watches; they own one
+ * reference to each container. */
 class ContainerStack {
 public:
     ContainerStack() = default;
@@ -213,7 +212,7 @@ public:
     ContainerStack &operator=(const ContainerStack &) = delete;
     ~ContainerStack() { release(); }
 
-    void useArrays(LUMAllocatorRef allocator)
+    void create(LUMAllocatorRef allocator)
     {
         containers_ = LUMArrayCreateMutable(allocator, 0, &kLUMTypeArrayCallBacks);
         modes_ = LUMArrayCreateMutable(allocator, 0, nullptr);
@@ -222,41 +221,22 @@ public:
     /* Takes over the caller's reference to container. */
     void push(LUMTypeRef container, int32_t mode)
     {
-        if (containers_ != nullptr) {
-            LUMArrayAppendValue(modes_, reinterpret_cast<const void *>(static_cast<intptr_t>(mode)));
-            LUMArrayAppendValue(containers_, container);
-            LUMRelease(container);
-            return;
-        }
-        if (depth_ == capacity_) {
-            size_t capacity = lum::doubledCapacity<size_t>(capacity_ < 16 ? 16 : capacity_, depth_ + 1);
-            void *frames = realloc(frames_, capacity * sizeof(Frame));
-            if (frames == nullptr) {
-                LUMRelease(container); // as an append that found no room: the frame is lost
-                return;
-            }
-            frames_ = static_cast<Frame *>(frames);
-            capacity_ = capacity;
-        }
-        frames_[depth_++] = {container, mode};
+        LUMArrayAppendValue(modes_, reinterpret_cast<const void *>(static_cast<intptr_t>(mode)));
+        LUMArrayAppendValue(containers_, container);
+        LUMRelease(container);
     }
 
-    bool isEmpty() const { return containers_ != nullptr ? LUMArrayGetCount(containers_) == 0 : depth_ == 0; }
+    bool isEmpty() const { return LUMArrayGetCount(containers_) == 0; }
 
     /* The top container, with the stack's reference handed to the caller. */
     LUMTypeRef pop(int32_t &mode)
     {
-        if (containers_ != nullptr) {
-            LUMIndex depth = LUMArrayGetCount(containers_);
-            LUMTypeRef container = LUMRetain(LUMArrayGetValueAtIndex(containers_, depth - 1));
-            mode = static_cast<int32_t>(reinterpret_cast<intptr_t>(LUMArrayGetValueAtIndex(modes_, depth - 1)));
-            LUMArrayRemoveValueAtIndex(containers_, depth - 1);
-            LUMArrayRemoveValueAtIndex(modes_, depth - 1);
-            return container;
-        }
-        Frame &top = frames_[--depth_];
-        mode = top.mode;
-        return top.container;
+        LUMIndex depth = LUMArrayGetCount(containers_);
+        LUMTypeRef container = LUMRetain(LUMArrayGetValueAtIndex(containers_, depth - 1));
+        mode = static_cast<int32_t>(reinterpret_cast<intptr_t>(LUMArrayGetValueAtIndex(modes_, depth - 1)));
+        LUMArrayRemoveValueAtIndex(containers_, depth - 1);
+        LUMArrayRemoveValueAtIndex(modes_, depth - 1);
+        return container;
     }
 
     void release()
@@ -264,22 +244,148 @@ public:
         LUMRelease(containers_);
         LUMRelease(modes_);
         containers_ = modes_ = nullptr;
-        for (size_t i = 0; i < depth_; i++) LUMRelease(frames_[i].container);
-        free(frames_);
-        frames_ = nullptr;
-        depth_ = capacity_ = 0;
     }
 
 private:
-    struct Frame {
-        LUMTypeRef container;
-        int32_t mode;
-    };
     LUMMutableArrayRef containers_ = nullptr;
     LUMMutableArrayRef modes_ = nullptr;
+};
+
+/* Where values go when nobody watches the allocator: nothing reads a
+ * container before the read ends, so each open container keeps its
+ * entries on a private stack and is made, filled, when it closes (or when
+ * the read ends with it open). The container a value opens takes its place
+ * among its parent's entries at once, as a placeholder that its closing
+ * fills in; the tree that results is the one placing each value at once
+ * makes. */
+class TreeBuilder {
+public:
+    TreeBuilder() = default;
+    TreeBuilder(const TreeBuilder &) = delete;
+    TreeBuilder &operator=(const TreeBuilder &) = delete;
+    ~TreeBuilder() { release(); }
+
+    /* Takes over the references to key (NULL in arrays) and value. */
+    void place(const void *key, const void *value)
+    {
+        if (count_ == capacity_ && !grow(entries_, capacity_, count_ + 1)) {
+            LUMRelease(key);
+            LUMRelease(value);
+            return;
+        }
+        entries_[count_++] = {key, value};
+    }
+
+    /* Opens a container in the place of the entry just made. */
+    void open(bool isDictionary, int32_t outerMode)
+    {
+        if (depth_ == frameCapacity_ && !grow(frames_, frameCapacity_, depth_ + 1)) return;
+        frames_[depth_++] = {outerMode, count_ - 1, count_, isDictionary};
+    }
+
+    bool hasOpenContainer() const { return depth_ > 0; }
+
+    /* Makes the innermost open container from its entries; its outer mode. */
+    int32_t close(LUMAllocatorRef allocator)
+    {
+        Frame frame = frames_[--depth_];
+        Entry *first = entries_ + frame.firstEntry;
+        LUMIndex count = static_cast<LUMIndex>(count_ - frame.firstEntry);
+        LUMTypeRef container = frame.isDictionary ? makeDictionary(allocator, first, count) : makeArray(allocator, first, count);
+        count_ = frame.firstEntry;
+        entries_[frame.placeholder].value = container;
+        return frame.outerMode;
+    }
+
+    /* Closes what is open; the first top-level value, with its reference. */
+    LUMTypeRef finish(LUMAllocatorRef allocator)
+    {
+        while (depth_ > 0) close(allocator);
+        LUMTypeRef first = nullptr;
+        for (size_t i = 0; i < count_; i++) {
+            if (first == nullptr) first = entries_[i].value;
+            else LUMRelease(entries_[i].value);
+        }
+        count_ = 0;
+        return first;
+    }
+
+    void release()
+    {
+        for (size_t i = 0; i < count_; i++) {
+            LUMRelease(entries_[i].key);
+            LUMRelease(entries_[i].value);
+        }
+        free(entries_);
+        free(frames_);
+        entries_ = nullptr;
+        frames_ = nullptr;
+        count_ = capacity_ = depth_ = frameCapacity_ = 0;
+    }
+
+private:
+    struct Entry {
+        const void *key;
+        const void *value;
+    };
+    struct Frame {
+        int32_t outerMode;
+        size_t placeholder; // the entry the container goes into
+        size_t firstEntry;
+        bool isDictionary;
+    };
+
+    template <typename T>
+    static bool grow(T *&block, size_t &capacity, size_t needed)
+    {
+        size_t grown = lum::doubledCapacity<size_t>(capacity < 64 ? 64 : capacity, needed);
+        void *moved = realloc(block, grown * sizeof(T));
+        if (moved == nullptr) return false;
+        block = static_cast<T *>(moved);
+        capacity = grown;
+        return true;
+    }
+
+    static LUMTypeRef makeArray(LUMAllocatorRef allocator, Entry *entries, LUMIndex count)
+    {
+        // The values side by side, in the entries' own memory.
+        auto **values = reinterpret_cast<const void **>(entries);
+        LUMIndex kept = 0;
+        for (LUMIndex i = 0; i < count; i++) {
+            if (entries[i].value != nullptr) values[kept++] = entries[i].value;
+        }
+        LUMTypeRef array = lum::createArrayAdopting(allocator, values, kept, true);
+        if (array == nullptr) {
+            for (LUMIndex i = 0; i < kept; i++) LUMRelease(values[i]);
+        }
+        return array;
+    }
+
+    static LUMTypeRef makeDictionary(LUMAllocatorRef allocator, Entry *entries, LUMIndex count)
+    {
+        auto *keys = reinterpret_cast<const void **>(entries);
+        const void **values = keys + count;
+        // Keys and values apart, in place: keys first, then values.
+        lum::TempBuffer<const void *, 64> staged(static_cast<size_t>(count));
+        if (staged.get() == nullptr) {
+            for (LUMIndex i = 0; i < count; i++) {
+                LUMRelease(entries[i].key);
+                LUMRelease(entries[i].value);
+            }
+            return nullptr;
+        }
+        for (LUMIndex i = 0; i < count; i++) staged.get()[i] = entries[i].value;
+        for (LUMIndex i = 0; i < count; i++) keys[i] = entries[i].key;
+        memcpy(values, staged.get(), static_cast<size_t>(count) * sizeof(void *));
+        return lum::createDictionarySetting(allocator, keys, values, count);
+    }
+
+    Entry *entries_ = nullptr;
+    size_t count_ = 0;
+    size_t capacity_ = 0;
     Frame *frames_ = nullptr;
     size_t depth_ = 0;
-    size_t capacity_ = 0;
+    size_t frameCapacity_ = 0;
 };
 
 struct ParseContext {
@@ -293,7 +399,8 @@ struct ParseContext {
     int32_t mode;
     int32_t state;
     ParseBuffer buffer;
-    ContainerStack stack;
+    ContainerStack stack;  // with a caller's allocator
+    TreeBuilder builder;   // otherwise
     LUMTypeID valueType;
     uint32_t flags;
     bool pointIsRadix; // strtod reads '.' as the decimal point here
@@ -404,6 +511,30 @@ LUMStringRef createBufferString(const ParseContext &c)
     return lum::createStringWithUnits(c.allocator, c.buffer.units(), c.buffer.count());
 }
 
+/* Places a value (or, for a container that opens, its place) with the tree
+ * builder, by the mode, and opens the container with a push mode. The
+ * automaton opens containers only in modes 0, 1 and 4. */
+void placePrivately(ParseContext &c, LUMTypeRef value, int32_t pushMode)
+{
+    if (c.mode == kModeTop || c.mode == kModeArray) {
+        c.builder.place(nullptr, value);
+    } else if (c.mode == kModeKey) {
+        LUMRelease(c.pendingKey);
+        c.pendingKey = value;
+        return;
+    } else if (c.mode == kModeValue) {
+        c.builder.place(c.pendingKey, value);
+        c.pendingKey = nullptr;
+    } else {
+        LUMRelease(value);
+        return;
+    }
+    if (pushMode != 0) {
+        c.builder.open(pushMode == kModeKey, c.mode);
+        c.mode = pushMode;
+    }
+}
+
 /* Makes the value the buffer and the value type describe, places it by the
  * mode and, with a push mode, makes it the current container. */
 void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t pushMode)
@@ -426,6 +557,8 @@ void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t
             int32_t integer = bufferIntValue(c.buffer);
             value = LUMNumberCreate(c.allocator, kLUMNumberSInt32Type, &integer);
         }
+    } else if (c.buffer.isPrivate() && (type == c.types.dictionary || type == c.types.array)) {
+        value = nullptr; // made when it closes
     } else if (type == c.types.dictionary) {
         value = LUMDictionaryCreateMutable(c.allocator, 0, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
     } else if (type == c.types.array) {
@@ -433,7 +566,9 @@ void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t
     } else if (type == c.types.string) {
         value = createBufferString(c);
     }
-    if (value != nullptr) {
+    if (c.buffer.isPrivate()) {
+        if (value != nullptr || pushMode != 0) placePrivately(c, value, pushMode);
+    } else if (value != nullptr) {
         if (c.mode == kModeTop || c.mode == kModeArray) {
             LUMArrayAppendValue(static_cast<LUMMutableArrayRef>(const_cast<void *>(c.container)), value);
         } else if (c.mode == kModeKey) {
@@ -459,6 +594,11 @@ void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t
 bool __LUMPropertyListContextPopMode(ParseContext &c, int32_t expectedMode)
 {
     if (c.mode != expectedMode) return false;
+    if (c.buffer.isPrivate()) {
+        if (!c.builder.hasOpenContainer()) return false;
+        c.mode = c.builder.close(c.allocator);
+        return true;
+    }
     if (c.stack.isEmpty()) return false;
     LUMRelease(c.container);
     c.container = c.stack.pop(c.mode);
@@ -1000,17 +1140,20 @@ LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef allocator, LU
     c.stream = stream;
     c.format = kLUMPropertyListJSONFormat;
     c.options = options;
-    LUMMutableArrayRef root = LUMArrayCreateMutable(allocator, 0, &kLUMTypeArrayCallBacks);
+    // A caller's allocator sees the calls it always has: the root array, the
+    // buffer, the stacks. With the system allocator the tree builder holds
+    // the values instead, and the buffer is private.
+    bool observed = !lum::usesSystemAllocator(allocator);
+    LUMMutableArrayRef root = observed ? LUMArrayCreateMutable(allocator, 0, &kLUMTypeArrayCallBacks) : nullptr;
     c.container = LUMRetain(root);
     c.mode = kModeTop;
     c.state = 0;
-    // A caller's allocator sees the buffer's calls as it always has.
-    if (!lum::usesSystemAllocator(allocator)) c.buffer.useString(LUMStringCreateMutable(allocator, 0));
+    if (observed) c.buffer.useString(LUMStringCreateMutable(allocator, 0));
     c.types = {LUMNullGetTypeID(), LUMBooleanGetTypeID(), LUMNumberGetTypeID(), LUMDictionaryGetTypeID(), LUMArrayGetTypeID(),
                LUMStringGetTypeID()};
     const char *point = localeconv()->decimal_point;
     c.pointIsRadix = point[0] == '.' && point[1] == '\0';
-    if (!c.buffer.isPrivate()) c.stack.useArrays(allocator);
+    if (observed) c.stack.create(allocator);
 
     UInt8 local[kChunkBytes];
     while (LUMReadStreamHasBytesAvailable(stream)) {
@@ -1027,7 +1170,9 @@ LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef allocator, LU
 
     if (format != nullptr) *format = kLUMPropertyListJSONFormat;
     if (error != nullptr) *error = nullptr;
-    LUMPropertyListRef result = LUMArrayGetCount(root) > 0 ? LUMRetain(LUMArrayGetValueAtIndex(root, 0)) : nullptr;
+    LUMPropertyListRef result;
+    if (observed) result = LUMArrayGetCount(root) > 0 ? LUMRetain(LUMArrayGetValueAtIndex(root, 0)) : nullptr;
+    else result = c.builder.finish(allocator);
     LUMRelease(c.pendingKey);
     LUMRelease(c.container);
     c.stack.release();

@@ -27,8 +27,9 @@ std::string FileText(const std::string &path)
     return buffer.str();
 }
 
-/* Everything a reader's tree can differ in: number kinds and bits, every
- * unit of every string, the dictionary's slot order. */
+/* Everything a reader's tree can differ in: retain counts, number kinds
+ * and bits, every unit of every string, the dictionaries' counts and slot
+ * order. */
 void AppendExactShape(LUMTypeRef value, std::string &out)
 {
     if (value == nullptr) { out += "NULL"; return; }
@@ -36,6 +37,7 @@ void AppendExactShape(LUMTypeRef value, std::string &out)
     if (value == kLUMBooleanTrue) { out += "true"; return; }
     if (value == kLUMBooleanFalse) { out += "false"; return; }
     LUMTypeID type = LUMGetTypeID(value);
+    out += CFormat("#%d", static_cast<int>(LUMGetRetainCount(value)));
     if (type == LUMNumberGetTypeID()) {
         auto number = static_cast<LUMNumberRef>(value);
         if (LUMNumberIsFloatType(number)) {
@@ -62,7 +64,7 @@ void AppendExactShape(LUMTypeRef value, std::string &out)
         }
         out += "]";
     } else if (type == LUMDictionaryGetTypeID()) {
-        out += "{";
+        out += CFormat("{%d:", static_cast<int>(LUMDictionaryGetCount(static_cast<LUMDictionaryRef>(value))));
         LUMDictionaryApplyFunction(
             static_cast<LUMDictionaryRef>(value),
             [](const void *key, const void *item, void *context) {
@@ -163,6 +165,9 @@ const std::vector<std::string> &TrickyDocuments()
         "[12 \xC3\xA9]",
         "[1.5/]",
         "{\"\\u00",
+        "{\"\":0].}",
+        "{\"a\":1,\"b\":2,\"a\":[3],\"c\":{\"a\":4,\"a\":5},\"b\":\"x\",\"a\":6}",
+        "[{\"k\":1,\"k\":{\"k\":2,\"j\":[1,{\"k\":3,\"k\":4}]}}, [[], {}], {\"\":1, \"\":2}]",
     };
     return documents;
 }
@@ -254,7 +259,7 @@ TEST(LUMPropertyListPaths, NumbersFollowStrtodInADecimalCommaLocale)
     // state 19) is -0; "1.5e0 " and "5e1 " complete in state 1 and are
     // integers by strtol; the comma separates 2 from 5e1. The shapes are
     // printed in the child's locale, hence the comma in 0x1,18p+6 (70).
-    std::string expected = "[i3:1,d0x1p+1,i3:5,d-0x0p+0,d0x1,18p+6,i3:3,]";
+    std::string expected = "#1[#1i3:1,#1d0x1p+1,#1i3:5,#1d-0x0p+0,#1d0x1,18p+6,#1i3:3,]";
     EXPECT_EQ(child.out, expected + "\n" + expected + "\n");
 }
 
