@@ -27,6 +27,24 @@ const __LUMString *Record(LUMStringRef str) { return str; }
 
 } // namespace
 
+TEST(LUMString, HashIsLengthThenThirteenTimesPlusEachUnitAtEveryLength)
+{
+    // Units read several at a time must give the step-by-step definition.
+    uint32_t seed = 12345;
+    for (int length = 0; length < 40; length++) {
+        std::vector<UniChar> units(static_cast<size_t>(length));
+        uint32_t expected = static_cast<uint32_t>(length);
+        for (UniChar &unit : units) {
+            seed = seed * 1103515245u + 12345u;
+            unit = static_cast<UniChar>(seed >> 8);
+            expected = expected * 13u + unit;
+        }
+        LUMStringRef string = LUMStringCreateWithCharacters(nullptr, units.data(), length);
+        EXPECT_EQ(LUMHash(string), expected) << length;
+        LUMRelease(string);
+    }
+}
+
 TEST(LUMString, TwoByteSequenceIsOneCharacterAndHashesLikeUnitForm)
 {
     LUMStringRef bytes = FromBytes({0xC3, 0xA9});
