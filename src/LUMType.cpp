@@ -96,7 +96,7 @@ inline Boolean initializeInstance(LUMTypeRef memory, LUMAllocatorRef allocator, 
     // Retain before storing: while the field is still zero the object counts
     // as constant, which lets an allocator be its own allocator without
     // holding a reference to itself.
-    base->allocator = static_cast<LUMAllocatorRef>(LUMRetain(allocator));
+    base->allocator = isConstant(allocator) ? allocator : static_cast<LUMAllocatorRef>(LUMRetain(allocator));
     return cls->initialize != nullptr ? cls->initialize(memory) : true;
 }
 
