@@ -1,8 +1,8 @@
 #!/bin/sh
-# Installs the build into a scratch prefix and builds three consumers
-# against it: a C99 program and a C++17 program (the C++ layer) through
-# pkg-config, and a CMake project through find_package(LumBase). All run and
-# must print the expected texts.
+# Installs the build into a scratch prefix (or takes an installed tree) and
+# builds three consumers against it: a C99 program and a C++17 program (the
+# C++ layer) through pkg-config, and a CMake project through
+# find_package(LumBase). All run and must print the expected texts.
 set -eu
 build="$1"; src="$2"; cc="$3"; toolchain="${5:-}"; cxx="${6:-}"
 # CMake hands the emulator over as a list: "qemu-arm;-L;/usr/arm-linux-gnueabihf".
@@ -11,7 +11,13 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix="$work/prefix"
 
-cmake --install "$build" --prefix "$prefix" >/dev/null
+# LUM_INSTALLED_PREFIX: check a tree installed otherwise (say, unpacked
+# from the Debian packages) instead of installing the build.
+if [ -n "${LUM_INSTALLED_PREFIX:-}" ]; then
+  prefix="$LUM_INSTALLED_PREFIX"
+else
+  cmake --install "$build" --prefix "$prefix" >/dev/null
+fi
 libdir=$(ls -d "$prefix"/lib*/pkgconfig | head -n 1 | xargs dirname)
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
 export PKG_CONFIG_SYSROOT_DIR=
