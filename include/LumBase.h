@@ -1,4 +1,4 @@
-/* LumBase.h — the umbrella header: includes every public module header.
+/** @file LumBase.h — the umbrella header: includes every public module header.
  * Part of LumBase; MIT licence. */
 #ifndef LUMBASE_H
 #define LUMBASE_H

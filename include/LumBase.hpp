@@ -1,4 +1,4 @@
-/* LumBase.hpp — the C++ face of LumBase: references that cannot leak,
+/** @file LumBase.hpp — the C++ face of LumBase: references that cannot leak,
  * strings to and from std::string, range-for over collections, typed
  * access, numbers to and from C++ types, standard JSON with the error as a
  * value, and run-loop timers, sources and sockets whose callbacks are
@@ -46,7 +46,7 @@ namespace lum {
 
 /* ---- References ------------------------------------------------------------ */
 
-/* An owning reference to a LumBase object of C type T (LUMStringRef,
+/** An owning reference to a LumBase object of C type T (LUMStringRef,
  * LUMMutableArrayRef, LUMTypeRef, …): the size of a pointer; copying
  * retains, moving transfers, destruction releases. */
 template <typename T>
@@ -54,30 +54,31 @@ class Ref {
     static_assert(std::is_pointer_v<T>, "Ref<T> holds a C reference type such as LUMStringRef");
 
 public:
-    using element_type = T;
+    using element_type = T; /**< The C reference type held. */
 
     constexpr Ref() noexcept = default;
-    constexpr Ref(std::nullptr_t) noexcept {}
-    /* Takes over the reference a Create or Copy function returned. */
+    constexpr Ref(std::nullptr_t) noexcept {} /**< An empty Ref, as from nullptr. */
+    /** Takes over the reference a Create or Copy function returned. */
     static Ref adopt(T object) noexcept
     {
         Ref ref;
         ref.object_ = object;
         return ref;
     }
-    /* Takes a reference of its own (what a Get function returned). */
+    /** Takes a reference of its own (what a Get function returned). */
     static Ref retain(T object) noexcept
     {
         if (object != nullptr) LUMRetain(object);
         return adopt(object);
     }
 
+    /** A copy: both hold a reference. */
     Ref(const Ref &other) noexcept : object_(other.object_)
     {
         if (object_ != nullptr) LUMRetain(object_);
     }
-    Ref(Ref &&other) noexcept : object_(other.object_) { other.object_ = nullptr; }
-    /* From a reference to a type that converts (mutable to immutable, any
+    Ref(Ref &&other) noexcept : object_(other.object_) { other.object_ = nullptr; } /**< Takes over other's reference; other is left empty. */
+    /** From a reference to a type that converts (mutable to immutable, any
      * type to LUMTypeRef). */
     template <typename U, typename = std::enable_if_t<std::is_convertible_v<U, T>>>
     Ref(const Ref<U> &other) noexcept : object_(other.get())
@@ -85,6 +86,7 @@ public:
         if (object_ != nullptr) LUMRetain(object_);
     }
     template <typename U, typename = std::enable_if_t<std::is_convertible_v<U, T>>>
+    /** Takes over other's reference (the type converts); other is left empty. */
     Ref(Ref<U> &&other) noexcept : object_(other.release())
     {
     }
@@ -92,18 +94,19 @@ public:
     {
         if (object_ != nullptr) LUMRelease(object_);
     }
+    /** Holds what other holds (copy retains, move transfers); the old reference is released. */
     Ref &operator=(Ref other) noexcept
     {
         std::swap(object_, other.object_);
         return *this;
     }
 
-    /* The C reference, lent: the Ref keeps its reference. */
+    /** The C reference, lent: the Ref keeps its reference. */
     T get() const noexcept { return object_; }
-    /* Hands the reference back to C: the caller releases it. */
+    /** Hands the reference back to C: the caller releases it. */
     [[nodiscard]] T release() noexcept { return std::exchange(object_, nullptr); }
-    void reset() noexcept { *this = Ref(); }
-    explicit operator bool() const noexcept { return object_ != nullptr; }
+    void reset() noexcept { *this = Ref(); } /**< Releases the reference and leaves the Ref empty. */
+    explicit operator bool() const noexcept { return object_ != nullptr; } /**< Whether the Ref holds an object. */
 
 private:
     T object_ = nullptr;
@@ -112,38 +115,40 @@ private:
 static_assert(sizeof(Ref<LUMTypeRef>) == sizeof(void *), "a Ref is one pointer");
 static_assert(sizeof(Ref<LUMMutableDictionaryRef>) == sizeof(void *), "a Ref is one pointer");
 
-/* lum::adopt(LUMStringCreate…(…)): takes over a Create or Copy result. */
+/** lum::adopt(LUMStringCreate…(…)): takes over a Create or Copy result. */
 template <typename T>
 Ref<T> adopt(T object) noexcept
 {
     return Ref<T>::adopt(object);
 }
-/* lum::retain(LUMDictionaryGetValue(…)): a reference of its own to a Get result. */
+/** lum::retain(LUMDictionaryGetValue(…)): a reference of its own to a Get result. */
 template <typename T>
 Ref<T> retain(T object) noexcept
 {
     return Ref<T>::retain(object);
 }
 
-/* Equal as LUMEqual says (two empty references are equal). */
+/** Equal as LUMEqual says (two empty references are equal). */
 template <typename A, typename B>
 bool operator==(const Ref<A> &a, const Ref<B> &b)
 {
     if (a.get() == b.get()) return true;
     return a && b && LUMEqual(a.get(), b.get());
 }
+/** Not equal as LUMEqual says. */
 template <typename A, typename B>
 bool operator!=(const Ref<A> &a, const Ref<B> &b)
 {
     return !(a == b);
 }
 
-/* The C reference of a Ref or of a plain C reference, lent. */
+/** The C reference of a Ref or of a plain C reference, lent. */
 template <typename T>
 T raw(const Ref<T> &ref) noexcept
 {
     return ref.get();
 }
+/** A plain C reference, as it is. */
 template <typename T, typename = std::enable_if_t<std::is_pointer_v<T>>>
 T raw(T object) noexcept
 {
@@ -152,9 +157,10 @@ T raw(T object) noexcept
 
 /* ---- Types ------------------------------------------------------------------- */
 
-/* TypeOf<T>::id(): the type ID behind a C reference type. */
+/** TypeOf<T>::id(): the type ID behind a C reference type. */
 template <typename T>
 struct TypeOf;
+/// @cond specializations
 #define LUM_CPP_TYPE(Reference, GetTypeID)               \
     template <>                                          \
     struct TypeOf<Reference> {                           \
@@ -175,8 +181,9 @@ LUM_CPP_TYPE(LUMSetRef, LUMSetGetTypeID);
 LUM_CPP_TYPE(LUMMutableSetRef, LUMSetGetTypeID);
 LUM_CPP_TYPE(LUMErrorRef, LUMErrorGetTypeID);
 #undef LUM_CPP_TYPE
+/// @endcond
 
-/* object as a T when it is one (by type ID), else NULL; lent. The mutable
+/** object as a T when it is one (by type ID), else NULL; lent. The mutable
  * types answer for any object of their class: check before you edit. */
 template <typename T>
 T cast(LUMTypeRef object)
@@ -185,14 +192,14 @@ T cast(LUMTypeRef object)
     return static_cast<T>(const_cast<void *>(object));
 }
 
-/* The value for key when it is a T, else NULL; lent. */
+/** The value for key when it is a T, else NULL; lent. */
 template <typename T, typename D>
 T get(const D &dictionary, LUMTypeRef key)
 {
     return cast<T>(LUMDictionaryGetValue(raw(dictionary), key));
 }
 
-/* The value at index (which must be in range) when it is a T, else NULL; lent. */
+/** The value at index (which must be in range) when it is a T, else NULL; lent. */
 template <typename T, typename A>
 T at(const A &array, LUMIndex index)
 {
@@ -201,7 +208,7 @@ T at(const A &array, LUMIndex index)
 
 /* ---- Strings ------------------------------------------------------------------ */
 
-/* A new string of UTF-8 text; bytes that are not UTF-8 become U+FFFD. */
+/** A new string of UTF-8 text; bytes that are not UTF-8 become U+FFFD. */
 inline Ref<LUMStringRef> string(std::string_view utf8)
 {
     bool plain = true;
@@ -244,7 +251,7 @@ inline Ref<LUMStringRef> string(std::string_view utf8)
     return adopt(LUMStringCreateWithCharacters(nullptr, units.data(), static_cast<LUMIndex>(units.size())));
 }
 
-/* The UTF-8 text of a string (NULL gives ""); unpaired surrogates become
+/** The UTF-8 text of a string (NULL gives ""); unpaired surrogates become
  * U+FFFD. */
 template <typename S>
 std::string toString(const S &str)
@@ -282,7 +289,7 @@ std::string toString(const S &str)
 }
 
 namespace literals {
-/* "text"_lum: the constant string LUMSTR makes (never released; lent). */
+/** "text"_lum: the constant string LUMSTR makes (never released; lent). */
 inline LUMStringRef operator""_lum(const char *text, std::size_t) { return LUMSTR(text); }
 } // namespace literals
 
@@ -292,7 +299,7 @@ struct IsRef : std::false_type {};
 template <typename T>
 struct IsRef<Ref<T>> : std::true_type {};
 
-/* What a format argument is passed to C as: a Ref as its reference, a
+/** What a format argument is passed to C as: a Ref as its reference, a
  * std::string as its C string, anything else as it is. */
 template <typename T>
 auto formatArgument(const T &value)
@@ -304,7 +311,7 @@ auto formatArgument(const T &value)
 }
 } // namespace detail
 
-/* A new string from a format (as LUMStringCreateWithFormat: %@ prints any
+/** A new string from a format (as LUMStringCreateWithFormat: %@ prints any
  * object); Refs and std::strings may be passed as they are. The format is
  * made a constant string with LUMSTR, which keeps each distinct text for
  * the life of the process: pass literals. */
@@ -327,7 +334,7 @@ constexpr LUMNumberType numberTypeFor()
 }
 } // namespace detail
 
-/* A new number holding value: 32-bit integers for the smaller signed types,
+/** A new number holding value: 32-bit integers for the smaller signed types,
  * 64-bit for the rest (unsigned 32-bit values included), Float32 for float,
  * Double for double and long double. */
 template <typename T>
@@ -349,7 +356,7 @@ Ref<LUMNumberRef> number(T value)
     }
 }
 
-/* The number's value as a T, or nothing when object is not a number or its
+/** The number's value as a T, or nothing when object is not a number or its
  * value does not fit a T exactly. */
 template <typename T>
 std::optional<T> value(LUMTypeRef object)
@@ -375,35 +382,37 @@ std::optional<T> value(LUMTypeRef object)
 
 /* ---- Building property lists from C++ values ------------------------------------- */
 
-/* Any property-list value: an object (a Ref or a C reference), nullptr for
+/** Any property-list value: an object (a Ref or a C reference), nullptr for
  * kLUMNull, a bool, a C++ number or a text (UTF-8). */
 class Value {
 public:
-    Value(std::nullptr_t) : object_(retain<LUMTypeRef>(kLUMNull)) {}
+    Value(std::nullptr_t) : object_(retain<LUMTypeRef>(kLUMNull)) {} /**< kLUMNull. */
     template <typename T>
+    /** The object a Ref holds (retained). */
     Value(const Ref<T> &object) : object_(object)
     {
     }
-    Value(LUMTypeRef object) : object_(retain(object)) {}
-    Value(bool flag) : object_(retain<LUMTypeRef>(flag ? kLUMBooleanTrue : kLUMBooleanFalse)) {}
+    Value(LUMTypeRef object) : object_(retain(object)) {} /**< An object (retained). */
+    Value(bool flag) : object_(retain<LUMTypeRef>(flag ? kLUMBooleanTrue : kLUMBooleanFalse)) {} /**< kLUMBooleanTrue or kLUMBooleanFalse. */
     template <typename T, typename = std::enable_if_t<std::is_arithmetic_v<T> && !std::is_same_v<T, bool>>>
+    /** A number of the C++ type's kind. */
     Value(T number) : object_(lum::number(number))
     {
     }
-    Value(const char *text) : object_(string(text)) {}
-    Value(std::string_view text) : object_(string(text)) {}
-    Value(const std::string &text) : object_(string(text)) {}
+    Value(const char *text) : object_(string(text)) {} /**< A string of UTF-8 text. */
+    Value(std::string_view text) : object_(string(text)) {} /**< A string of UTF-8 text. */
+    Value(const std::string &text) : object_(string(text)) {} /**< A string of UTF-8 text. */
 
-    LUMTypeRef get() const noexcept { return object_.get(); }
+    LUMTypeRef get() const noexcept { return object_.get(); } /**< The object, lent. */
 
 private:
     Ref<LUMTypeRef> object_;
 };
 
-/* A {key, value} pair of lum::dictionary and lum::mutableDictionary. */
+/** A {key, value} pair of lum::dictionary and lum::mutableDictionary. */
 struct Entry {
-    Value key;
-    Value value;
+    Value key; /**< the key (usually text) */
+    Value value; /**< the value */
 };
 
 namespace detail {
@@ -415,14 +424,14 @@ inline std::vector<const void *> referencesOf(std::initializer_list<Value> value
 }
 } // namespace detail
 
-/* A new immutable array of the values, in order. */
+/** A new immutable array of the values, in order. */
 inline Ref<LUMArrayRef> array(std::initializer_list<Value> values)
 {
     std::vector<const void *> references = detail::referencesOf(values);
     return adopt(LUMArrayCreate(nullptr, references.data(), static_cast<LUMIndex>(references.size()), &kLUMTypeArrayCallBacks));
 }
 
-/* A new mutable array holding the values, in order. */
+/** A new mutable array holding the values, in order. */
 inline Ref<LUMMutableArrayRef> mutableArray(std::initializer_list<Value> values = {})
 {
     auto made = adopt(LUMArrayCreateMutable(nullptr, 0, &kLUMTypeArrayCallBacks));
@@ -430,7 +439,7 @@ inline Ref<LUMMutableArrayRef> mutableArray(std::initializer_list<Value> values 
     return made;
 }
 
-/* A new immutable dictionary of the entries ({key, value} pairs). */
+/** A new immutable dictionary of the entries ({key, value} pairs). */
 inline Ref<LUMDictionaryRef> dictionary(std::initializer_list<Entry> entries)
 {
     std::vector<const void *> keys, values;
@@ -442,7 +451,7 @@ inline Ref<LUMDictionaryRef> dictionary(std::initializer_list<Entry> entries)
                                      &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks));
 }
 
-/* A new mutable dictionary holding the entries. */
+/** A new mutable dictionary holding the entries. */
 inline Ref<LUMMutableDictionaryRef> mutableDictionary(std::initializer_list<Entry> entries = {})
 {
     auto made = adopt(LUMDictionaryCreateMutable(nullptr, 0, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks));
@@ -452,56 +461,60 @@ inline Ref<LUMMutableDictionaryRef> mutableDictionary(std::initializer_list<Entr
 
 /* ---- Range-for over collections ---------------------------------------------------- */
 
-/* The values of an array, index by index, lent (the array may change
+/** The values of an array, index by index, lent (the array may change
  * between steps: the count is read at every step). */
 class ArrayValues {
 public:
+    /** Walks the array by index, reading the count as it goes. */
     class iterator {
     public:
-        iterator(LUMArrayRef array, LUMIndex index) : array_(array), index_(index) {}
-        LUMTypeRef operator*() const { return LUMArrayGetValueAtIndex(array_, index_); }
+        iterator(LUMArrayRef array, LUMIndex index) : array_(array), index_(index) {} /**< At index of array. */
+        LUMTypeRef operator*() const { return LUMArrayGetValueAtIndex(array_, index_); } /**< The value at the index, lent. */
+        /** The next index. */
         iterator &operator++()
         {
             index_++;
             return *this;
         }
-        bool operator!=(const iterator &) const { return array_ != nullptr && index_ < LUMArrayGetCount(array_); }
+        bool operator!=(const iterator &) const { return array_ != nullptr && index_ < LUMArrayGetCount(array_); } /**< Whether values remain. */
 
     private:
         LUMArrayRef array_;
         LUMIndex index_;
     };
-    explicit ArrayValues(LUMArrayRef array) : array_(array) {}
-    iterator begin() const { return iterator(array_, 0); }
-    iterator end() const { return iterator(array_, 0); }
+    explicit ArrayValues(LUMArrayRef array) : array_(array) {} /**< The values of array (NULL: none). */
+    iterator begin() const { return iterator(array_, 0); } /**< From the first value. */
+    iterator end() const { return iterator(array_, 0); } /**< The end (the iterator itself knows when it is done). */
 
 private:
     LUMArrayRef array_;
 };
 
-/* A snapshot of a dictionary's (key, value) pairs or of a set's values, lent:
+/** A snapshot of a dictionary's (key, value) pairs or of a set's values, lent:
  * the collection must outlive the loop. */
 template <typename Item>
 class Snapshot {
 public:
-    explicit Snapshot(std::vector<Item> items) : items_(std::move(items)) {}
-    typename std::vector<Item>::const_iterator begin() const { return items_.begin(); }
-    typename std::vector<Item>::const_iterator end() const { return items_.end(); }
-    size_t size() const { return items_.size(); }
+    explicit Snapshot(std::vector<Item> items) : items_(std::move(items)) {} /**< Holds the items taken. */
+    typename std::vector<Item>::const_iterator begin() const { return items_.begin(); } /**< The first item. */
+    typename std::vector<Item>::const_iterator end() const { return items_.end(); } /**< Past the last item. */
+    size_t size() const { return items_.size(); } /**< How many items. */
 
 private:
     std::vector<Item> items_;
 };
 
-/* The values of an array (live, by index) or of a set (a snapshot), lent:
+/** The values of an array (live, by index) or of a set (a snapshot), lent:
  * for (LUMTypeRef v : lum::values(collection)). NULL gives none. */
 inline ArrayValues values(LUMArrayRef array) { return ArrayValues(array); }
 template <typename T, typename = std::enable_if_t<std::is_convertible_v<T, LUMArrayRef>>>
+/** The values of an array a Ref holds. */
 ArrayValues values(const Ref<T> &array)
 {
     return ArrayValues(array.get());
 }
 
+/** The members of a set, taken now. */
 inline Snapshot<LUMTypeRef> values(LUMSetRef set)
 {
     std::vector<LUMTypeRef> items(set != nullptr ? static_cast<size_t>(LUMSetGetCount(set)) : 0);
@@ -509,14 +522,15 @@ inline Snapshot<LUMTypeRef> values(LUMSetRef set)
     return Snapshot<LUMTypeRef>(std::move(items));
 }
 template <typename T, typename = std::enable_if_t<std::is_convertible_v<T, LUMSetRef>>, typename = void>
+/** The members of a set a Ref holds, taken now. */
 Snapshot<LUMTypeRef> values(const Ref<T> &set)
 {
     return values(static_cast<LUMSetRef>(set.get()));
 }
 
-using KeyValue = std::pair<LUMTypeRef, LUMTypeRef>;
+using KeyValue = std::pair<LUMTypeRef, LUMTypeRef>; /**< A key and its value, both lent. */
 
-/* The (key, value) pairs of a dictionary, in its order: for (auto [k, v] : entries(d)). */
+/** The (key, value) pairs of a dictionary, in its order: for (auto [k, v] : entries(d)). */
 template <typename D>
 Snapshot<KeyValue> entries(const D &dictionary)
 {
@@ -530,13 +544,14 @@ Snapshot<KeyValue> entries(const D &dictionary)
     return Snapshot<KeyValue>(std::move(items));
 }
 
-/* Range-for straight over a Ref to an array. */
+/** Range-for straight over a Ref to an array. */
 template <typename T, typename = std::enable_if_t<std::is_convertible_v<T, LUMArrayRef>>>
 ArrayValues::iterator begin(const Ref<T> &array)
 {
     return ArrayValues(array.get()).begin();
 }
 template <typename T, typename = std::enable_if_t<std::is_convertible_v<T, LUMArrayRef>>>
+/** The end of range-for over a Ref to an array. */
 ArrayValues::iterator end(const Ref<T> &array)
 {
     return ArrayValues(array.get()).end();
@@ -544,20 +559,20 @@ ArrayValues::iterator end(const Ref<T> &array)
 
 /* ---- Standard JSON, the error as a value --------------------------------------------- */
 
-/* A result or the error that stands in its place. */
+/** A result or the error that stands in its place. */
 template <typename T>
 struct Result {
-    T value{};
-    Ref<LUMErrorRef> error;
+    T value{}; /**< the result (empty when there is an error) */
+    Ref<LUMErrorRef> error; /**< the error, or empty on success */
 
-    explicit operator bool() const { return !error; }
-    /* The error's sentence ("Unexpected character 'x' at line 3, column 7"),
+    explicit operator bool() const { return !error; } /**< Whether there is a result. */
+    /** The error's sentence ("Unexpected character 'x' at line 3, column 7"),
      * or "" when there is none. */
     std::string message() const { return error ? toString(adopt(LUMErrorCopyDescription(error.get()))) : std::string(); }
-    LUMIndex code() const { return error ? LUMErrorGetCode(error.get()) : 0; }
+    LUMIndex code() const { return error ? LUMErrorGetCode(error.get()) : 0; } /**< The error's code, 0 without an error. */
 };
 
-/* Reads JSON text (see LUMJSON.h): the tree, or the error. */
+/** Reads JSON text (see LUMJSON.h): the tree, or the error. */
 inline Result<Ref<LUMPropertyListRef>> readJSON(std::string_view text, LUMOptionFlags options = 0)
 {
     auto data = adopt(LUMDataCreateWithBytesNoCopy(nullptr, reinterpret_cast<const UInt8 *>(text.data()), static_cast<LUMIndex>(text.size()),
@@ -569,7 +584,7 @@ inline Result<Ref<LUMPropertyListRef>> readJSON(std::string_view text, LUMOption
     return result;
 }
 
-/* Writes a property list as JSON text (see LUMJSON.h): the text, or the error. */
+/** Writes a property list as JSON text (see LUMJSON.h): the text, or the error. */
 template <typename P>
 Result<std::string> writeJSON(const P &plist, LUMOptionFlags options = 0)
 {
@@ -597,7 +612,7 @@ void destroyHeld(const void *info)
 }
 } // namespace detail
 
-/* A new timer (add it with LUMRunLoopAddTimer) that calls onFire() or
+/** A new timer (add it with LUMRunLoopAddTimer) that calls onFire() or
  * onFire(timer) at fireDate and then every interval seconds (0: once). */
 template <typename F>
 Ref<LUMRunLoopTimerRef> timer(LUMAbsoluteTime fireDate, LUMTimeInterval interval, F &&onFire, LUMIndex order = 0)
@@ -615,7 +630,7 @@ Ref<LUMRunLoopTimerRef> timer(LUMAbsoluteTime fireDate, LUMTimeInterval interval
     return adopt(made);
 }
 
-/* A new version 0 source whose work is perform(); signal it with
+/** A new version 0 source whose work is perform(); signal it with
  * LUMRunLoopSourceSignal and add it with LUMRunLoopAddSource. */
 template <typename F>
 Ref<LUMRunLoopSourceRef> source(F &&perform, LUMIndex order = 0)
@@ -644,7 +659,7 @@ LUMSocketContext socketContext(Held<Fn> *held)
 }
 } // namespace detail
 
-/* A socket over a descriptor you own (LUMSocketCreateWithNative) whose
+/** A socket over a descriptor you own (LUMSocketCreateWithNative) whose
  * callback is onEvent(socket, type, address, data). */
 template <typename F>
 Ref<LUMSocketRef> socket(LUMSocketNativeHandle native, LUMOptionFlags callBackTypes, F &&onEvent)
@@ -657,7 +672,7 @@ Ref<LUMSocketRef> socket(LUMSocketNativeHandle native, LUMOptionFlags callBackTy
     return adopt(made);
 }
 
-/* A new socket (LUMSocketCreate: family, type, protocol) whose callback is
+/** A new socket (LUMSocketCreate: family, type, protocol) whose callback is
  * onEvent(socket, type, address, data). */
 template <typename F>
 Ref<LUMSocketRef> socket(int32_t family, int32_t type, int32_t protocol, LUMOptionFlags callBackTypes, F &&onEvent)
@@ -670,7 +685,7 @@ Ref<LUMSocketRef> socket(int32_t family, int32_t type, int32_t protocol, LUMOpti
     return adopt(made);
 }
 
-/* Puts a socket on the current run loop in the common modes (its source
+/** Puts a socket on the current run loop in the common modes (its source
  * keeps it until it is invalidated) and returns it. */
 template <typename S>
 const S &watch(const S &socket)
@@ -683,10 +698,10 @@ const S &watch(const S &socket)
 } // namespace lum
 
 namespace std {
-/* Refs as keys of unordered containers: LUMHash, with == as LUMEqual. */
+/** Refs as keys of unordered containers: LUMHash, with == as LUMEqual. */
 template <typename T>
 struct hash<lum::Ref<T>> {
-    size_t operator()(const lum::Ref<T> &ref) const noexcept { return ref ? static_cast<size_t>(LUMHash(ref.get())) : 0; }
+    size_t operator()(const lum::Ref<T> &ref) const noexcept { return ref ? static_cast<size_t>(LUMHash(ref.get())) : 0; } /**< LUMHash of the object, 0 for an empty Ref. */
 };
 } // namespace std
 

@@ -1,4 +1,4 @@
-/* LUMBundle.h — the main bundle: where the executable and its resources are.
+/** @file LUMBundle.h — the main bundle: where the executable and its resources are.
  * Part of LumBase; MIT licence.
  *
  * Set up by LUMInitialize from the command line: "--LUMProcessPath <path>"
@@ -13,17 +13,18 @@
 
 LUM_EXTERN_C_BEGIN
 
+/** The bundle class's type ID (registered on first use). */
 LUM_EXPORT LUMTypeID LUMBundleGetTypeID(void);
-/* The main bundle, not retained. */
+/** The main bundle, not retained. */
 LUM_EXPORT LUMBundleRef LUMBundleGetMain(void);
-/* resources/[subDirName/]resourceName[.resourceType]; type and directory
+/** resources/[subDirName/]resourceName[.resourceType]; type and directory
  * may be NULL. */
 LUM_EXPORT LUMURLRef LUMBundleCopyResourceURL(LUMBundleRef bundle, LUMStringRef resourceName, LUMStringRef resourceType,
                                               LUMStringRef subDirName);
-/* The same inside "<localizationName>.lproj/" when localizationName is given. */
+/** The same inside "<localizationName>.lproj/" when localizationName is given. */
 LUM_EXPORT LUMURLRef LUMBundleCopyResourceURLForLocalization(LUMBundleRef bundle, LUMStringRef resourceName, LUMStringRef resourceType,
                                                              LUMStringRef subDirName, LUMStringRef localizationName);
-/* A copy of value: no strings file is read. */
+/** A copy of value: no strings file is read. */
 LUM_EXPORT LUMStringRef LUMBundleCopyLocalizedString(LUMBundleRef bundle, LUMStringRef key, LUMStringRef value, LUMStringRef tableName);
 
 LUM_EXTERN_C_END

@@ -1,4 +1,4 @@
-/* LUMData.h — byte buffer objects, immutable or mutable.
+/** @file LUMData.h — byte buffer objects, immutable or mutable.
  * Part of LumBase; MIT licence.
  *
  * A data object carries its own bytes deallocator, so caller bytes can be
@@ -13,33 +13,38 @@
 
 LUM_EXTERN_C_BEGIN
 
+/** The data class's type ID (registered on first use). */
 LUM_EXPORT LUMTypeID LUMDataGetTypeID(void);
 
-/* Copies the bytes into a block from allocator. NULL when memory runs out. */
+/** Copies the bytes into a block from allocator. NULL when memory runs out. */
 LUM_EXPORT LUMDataRef LUMDataCreate(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex length);
-/* An immutable copy of the source's bytes. */
+/** An immutable copy of the source's bytes. */
 LUM_EXPORT LUMDataRef LUMDataCreateCopy(LUMAllocatorRef allocator, LUMDataRef data);
-/* Adopts bytes; bytesDeallocator (retained) frees them at finalisation. */
+/** Adopts bytes; bytesDeallocator (retained) frees them at finalisation. */
 LUM_EXPORT LUMDataRef LUMDataCreateWithBytesNoCopy(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex length, LUMAllocatorRef bytesDeallocator);
-/* Empty, with a first block of 16 bytes; capacity is only a hint. */
+/** Empty, with a first block of 16 bytes; capacity is only a hint. */
 LUM_EXPORT LUMMutableDataRef LUMDataCreateMutable(LUMAllocatorRef allocator, LUMIndex capacity);
-/* A mutable copy with the source's capacity; capacity is only a hint. */
+/** A mutable copy with the source's capacity; capacity is only a hint. */
 LUM_EXPORT LUMMutableDataRef LUMDataCreateMutableCopy(LUMAllocatorRef allocator, LUMIndex capacity, LUMDataRef data);
 
+/** The bytes, inside the object (valid until it changes or goes). */
 LUM_EXPORT const UInt8 *LUMDataGetBytePtr(LUMDataRef data);
+/** The number of bytes. */
 LUM_EXPORT LUMIndex LUMDataGetLength(LUMDataRef data);
-/* Copies the bytes of range; the range is not checked. */
+/** Copies the bytes of range; the range is not checked. */
 LUM_EXPORT void LUMDataGetBytes(LUMDataRef data, LUMRange range, UInt8 *buffer);
-/* Asserts that data is mutable. */
+/** Asserts that data is mutable. */
 LUM_EXPORT UInt8 *LUMDataGetMutableBytePtr(LUMMutableDataRef data);
 
-/* Lengthening zero-fills the new bytes; shortening only changes the length.
+/** @{ */
+/** Lengthening zero-fills the new bytes; shortening only changes the length.
  * Neither checks mutability. */
 LUM_EXPORT void LUMDataSetLength(LUMMutableDataRef data, LUMIndex length);
 LUM_EXPORT void LUMDataIncreaseLength(LUMMutableDataRef data, LUMIndex extraLength);
 LUM_EXPORT void LUMDataAppendBytes(LUMMutableDataRef data, const UInt8 *bytes, LUMIndex length);
 LUM_EXPORT void LUMDataReplaceBytes(LUMMutableDataRef data, LUMRange range, const UInt8 *newBytes, LUMIndex newLength);
-/* The range is not checked. */
+/** @} */
+/** The range is not checked. */
 LUM_EXPORT void LUMDataDeleteBytes(LUMMutableDataRef data, LUMRange range);
 
 LUM_EXTERN_C_END

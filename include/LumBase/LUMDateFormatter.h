@@ -1,4 +1,4 @@
-/* LUMDateFormatter.h — dates to text and back, by style or by a pattern of
+/** @file LUMDateFormatter.h — dates to text and back, by style or by a pattern of
  * field letters, in one time zone.
  * Part of LumBase; MIT licence.
  *
@@ -16,20 +16,22 @@
 
 LUM_EXTERN_C_BEGIN
 
-typedef LUMIndex LUMDateFormatterStyle;
+typedef LUMIndex LUMDateFormatterStyle; /**< How long a date or time is written: one of the kLUMDateFormatter...Style values. */
 enum {
     kLUMDateFormatterNoStyle = 0,
-    kLUMDateFormatterShortStyle = 1,  /* MM/dd/yy, H:mm */
-    kLUMDateFormatterMediumStyle = 2, /* MMM dd, yyyy, H:mm */
-    kLUMDateFormatterLongStyle = 3,   /* MMMM dd, yyyy, H:mm:ss */
+    kLUMDateFormatterShortStyle = 1,  /**< MM/dd/yy, H:mm */
+    kLUMDateFormatterMediumStyle = 2, /**< MMM dd, yyyy, H:mm */
+    kLUMDateFormatterLongStyle = 3,   /**< MMMM dd, yyyy, H:mm:ss */
     kLUMDateFormatterFullStyle = 4    /* EEEE, MMMM dd, yyyy GGG, H:mm:ss zzz */
 };
 
-/* "kLUMDateFormatterTimeZone": the only property, a time zone (NULL: UTC). */
+/** "kLUMDateFormatterTimeZone": the only property, a time zone (NULL: UTC). */
 LUM_EXPORT extern const LUMStringRef kLUMDateFormatterTimeZone;
 
+/** The date formatter class's type ID (registered on first use). */
 LUM_EXPORT LUMTypeID LUMDateFormatterGetTypeID(void);
-/* The format is the date pattern, a blank when both styles are set, and the
+/** @{ */
+/** The format is the date pattern, a blank when both styles are set, and the
  * time pattern. A style outside 0..4 adds nothing, silently. */
 LUM_EXPORT LUMDateFormatterRef LUMDateFormatterCreate(LUMAllocatorRef allocator, LUMLocaleRef locale, LUMDateFormatterStyle dateStyle,
                                                       LUMDateFormatterStyle timeStyle);
@@ -38,13 +40,16 @@ LUM_EXPORT LUMDateFormatterStyle LUMDateFormatterGetTimeStyle(LUMDateFormatterRe
 LUM_EXPORT LUMStringRef LUMDateFormatterGetFormat(LUMDateFormatterRef formatter);
 LUM_EXPORT LUMLocaleRef LUMDateFormatterGetLocale(LUMDateFormatterRef formatter);
 LUM_EXPORT void LUMDateFormatterSetFormat(LUMDateFormatterRef formatter, LUMStringRef formatString);
-/* Only kLUMDateFormatterTimeZone; any other key ends the process. */
+/** @} */
+/** @{ */
+/** Only kLUMDateFormatterTimeZone; any other key ends the process. */
 LUM_EXPORT void LUMDateFormatterSetProperty(LUMDateFormatterRef formatter, LUMStringRef key, LUMTypeRef value);
 LUM_EXPORT LUMTypeRef LUMDateFormatterCopyProperty(LUMDateFormatterRef formatter, LUMStringRef key);
-/* A new mutable string. */
+/** @} */
+/** A new mutable string. */
 LUM_EXPORT LUMStringRef LUMDateFormatterCreateStringWithAbsoluteTime(LUMAllocatorRef allocator, LUMDateFormatterRef formatter,
                                                                      LUMAbsoluteTime at);
-/* A new date, or NULL; rangep (may be NULL) gives the text range to parse
+/** A new date, or NULL; rangep (may be NULL) gives the text range to parse
  * and receives the number of characters consumed, also on failure. */
 LUM_EXPORT LUMDateRef LUMDateFormatterCreateDateFromString(LUMAllocatorRef allocator, LUMDateFormatterRef formatter, LUMStringRef string,
                                                            LUMRange *rangep);

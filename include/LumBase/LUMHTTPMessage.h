@@ -1,4 +1,4 @@
-/* LUMHTTPMessage.h — HTTP/1.x responses and their serialisation.
+/** @file LUMHTTPMessage.h — HTTP/1.x responses and their serialisation.
  * Part of LumBase; MIT licence.
  *
  * Only responses are built. Header field names are compared exactly
@@ -12,11 +12,13 @@
 
 LUM_EXTERN_C_BEGIN
 
-LUM_EXPORT extern const LUMStringRef kLUMHTTPVersion1_0; /* "HTTP/1.0" */
-LUM_EXPORT extern const LUMStringRef kLUMHTTPVersion1_1; /* "HTTP/1.1" */
+LUM_EXPORT extern const LUMStringRef kLUMHTTPVersion1_0; /**< "HTTP/1.0" */
+LUM_EXPORT extern const LUMStringRef kLUMHTTPVersion1_1; /**< "HTTP/1.1" */
 
+/** The http message class's type ID (registered on first use). */
 LUM_EXPORT LUMTypeID LUMHTTPMessageGetTypeID(void);
-/* A complete response; its status line is "<version> <code> <description>". */
+/** @{ */
+/** A complete response; its status line is "<version> <code> <description>". */
 LUM_EXPORT LUMHTTPMessageRef LUMHTTPMessageCreateResponse(LUMAllocatorRef allocator, LUMIndex statusCode, LUMStringRef statusDescription,
                                                           LUMStringRef httpVersion);
 LUM_EXPORT Boolean LUMHTTPMessageIsRequest(LUMHTTPMessageRef message);
@@ -24,7 +26,9 @@ LUM_EXPORT Boolean LUMHTTPMessageIsHeaderComplete(LUMHTTPMessageRef message);
 LUM_EXPORT LUMIndex LUMHTTPMessageGetResponseStatusCode(LUMHTTPMessageRef message);
 LUM_EXPORT LUMStringRef LUMHTTPMessageCopyVersion(LUMHTTPMessageRef message);
 LUM_EXPORT LUMStringRef LUMHTTPMessageCopyResponseStatusLine(LUMHTTPMessageRef message);
-/* Adds the field or replaces its value (the name is copied). Neither name
+/** @} */
+/** @{ */
+/** Adds the field or replaces its value (the name is copied). Neither name
  * nor value is checked: a CR or LF in either ends the header line early
  * when the message is serialised, so text from outside (a request's target,
  * a user name) can add header lines or a body of its choosing. Reject or
@@ -32,10 +36,13 @@ LUM_EXPORT LUMStringRef LUMHTTPMessageCopyResponseStatusLine(LUMHTTPMessageRef m
 LUM_EXPORT void LUMHTTPMessageSetHeaderFieldValue(LUMHTTPMessageRef message, LUMStringRef headerField, LUMStringRef value);
 LUM_EXPORT LUMStringRef LUMHTTPMessageCopyHeaderFieldValue(LUMHTTPMessageRef message, LUMStringRef headerField);
 LUM_EXPORT LUMDictionaryRef LUMHTTPMessageCopyAllHeaderFields(LUMHTTPMessageRef message);
-/* The message keeps its own copy of the bytes. */
+/** @} */
+/** @{ */
+/** The message keeps its own copy of the bytes. */
 LUM_EXPORT void LUMHTTPMessageSetBody(LUMHTTPMessageRef message, LUMDataRef body);
 LUM_EXPORT LUMDataRef LUMHTTPMessageCopyBody(LUMHTTPMessageRef message);
-/* Status line CRLF, "name: value" CRLF per field, CRLF, then the body. */
+/** @} */
+/** Status line CRLF, "name: value" CRLF per field, CRLF, then the body. */
 LUM_EXPORT LUMDataRef LUMHTTPMessageCopySerializedMessage(LUMHTTPMessageRef message);
 
 LUM_EXTERN_C_END

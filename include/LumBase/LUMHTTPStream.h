@@ -1,4 +1,4 @@
-/* LUMHTTPStream.h — read streams for HTTP requests. Only responses can be
+/** @file LUMHTTPStream.h — read streams for HTTP requests. Only responses can be
  * built in this library, so the precondition (a request message) never
  * holds: both constructors stop in their assertion. They keep the interface
  * for a later client side.
@@ -10,8 +10,9 @@
 
 LUM_EXTERN_C_BEGIN
 
+/** A read stream for an HTTP request message; request must be a request, else an assertion ends the process (which every message of this library is not). */
 LUM_EXPORT LUMReadStreamRef LUMReadStreamCreateForHTTPRequest(LUMAllocatorRef allocator, LUMHTTPMessageRef request);
-/* requestBody is accepted and ignored. */
+/** requestBody is accepted and ignored. */
 LUM_EXPORT LUMReadStreamRef LUMReadStreamCreateForStreamedHTTPRequest(LUMAllocatorRef allocator, LUMHTTPMessageRef requestHeader,
                                                                       LUMReadStreamRef requestBody);
 

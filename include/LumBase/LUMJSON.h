@@ -1,4 +1,4 @@
-/* LUMJSON.h — standard JSON (RFC 8259) for property lists: a strict reader
+/** @file LUMJSON.h — standard JSON (RFC 8259) for property lists: a strict reader
  * that says where a document is wrong, and a writer whose text any JSON
  * reader takes back unchanged.
  * Part of LumBase; MIT licence.
@@ -8,7 +8,7 @@
  * depend on it: it does not decode UTF-8, reads [0.75] as the integer 0 and
  * [8080,] as 8080.0, accepts malformed documents such as {"a": [1, 2} and
  * never reports an error; its writer prints 32-bit integers, doubles
- * through %f and every byte above 127 as \u00XX. A file read and written
+ * through %f and every byte above 127 as \\u00XX. A file read and written
  * back through it can change; through the functions below it cannot.
  *
  * What the reader gives:
@@ -56,73 +56,75 @@
 
 LUM_EXTERN_C_BEGIN
 
-/* Reading options. */
+/** Reading options. */
 enum {
-    /* Arrays and dictionaries of the result are mutable (strings are not). */
+    /** Arrays and dictionaries of the result are mutable (strings are not). */
     kLUMJSONReadingMutableContainers = 1u << 0
 };
 
-/* Writing options. */
+/** Writing options. */
 enum {
-    /* Two-space indent, one element or key per line, "key": value, and a
+    /** Two-space indent, one element or key per line, "key": value, and a
      * final newline after the top value. Empty containers stay [] and {}. */
     kLUMJSONWritingPrettyPrinted = 1u << 0,
-    /* Keys in the order of their Unicode code points (the order of their
+    /** Keys in the order of their Unicode code points (the order of their
      * UTF-8 bytes) instead of the dictionary's order. */
     kLUMJSONWritingSortedKeys = 1u << 1
 };
 
-/* The domain of every error made here: "LUMJSONErrorDomain". */
+/** The domain of every error made here: "LUMJSONErrorDomain". */
 LUM_EXPORT extern const LUMStringRef kLUMJSONErrorDomain;
-/* User-info keys of a reading error; values are LUMNumbers. */
+/** @{ */
+/** User-info keys of a reading error; values are LUMNumbers. */
 LUM_EXPORT extern const LUMStringRef kLUMJSONErrorByteOffsetKey;
 LUM_EXPORT extern const LUMStringRef kLUMJSONErrorLineKey;
 LUM_EXPORT extern const LUMStringRef kLUMJSONErrorColumnKey;
+/** @} */
 
-/* Error codes. */
+/** Error codes. */
 enum {
-    /* A byte that cannot stand where it is: "Unexpected character 'x' …",
+    /** A byte that cannot stand where it is: "Unexpected character 'x' …",
      * or "Unexpected byte 0x0A …" for one that is not printable ASCII
      * (control characters inside strings included). */
     kLUMJSONErrorUnexpectedCharacter = 1,
-    /* The document ends inside a value, or is empty. */
+    /** The document ends inside a value, or is empty. */
     kLUMJSONErrorUnexpectedEnd = 2,
-    /* Bytes that are not UTF-8 (overlong forms and encoded surrogates
+    /** Bytes that are not UTF-8 (overlong forms and encoded surrogates
      * included); the offset is that of the sequence's first byte. */
     kLUMJSONErrorInvalidUTF8 = 3,
-    /* A backslash escape JSON does not define, a \u escape without four hex
+    /** A backslash escape JSON does not define, a \\u escape without four hex
      * digits, or a lone surrogate escape; the offset is the backslash's. */
     kLUMJSONErrorInvalidEscape = 4,
-    /* A number that breaks the grammar (01, 1., -x, 1e) or is too large
+    /** A number that breaks the grammar (01, 1., -x, 1e) or is too large
      * for a double; the offset is the offending byte, or the number's first
      * byte when it is out of range. */
     kLUMJSONErrorInvalidNumber = 5,
-    /* Something other than whitespace after the top value. */
+    /** Something other than whitespace after the top value. */
     kLUMJSONErrorTrailingGarbage = 6,
-    /* Writing: a NaN or infinite double, a value that is not a property
+    /** Writing: a NaN or infinite double, a value that is not a property
      * list (data, dates, …), a dictionary key that is not a string, a
      * string with an unpaired surrogate, or a container that contains
      * itself. */
     kLUMJSONErrorInvalidValue = 7,
-    /* The stream failed while reading or writing. */
+    /** The stream failed while reading or writing. */
     kLUMJSONErrorStream = 8,
-    /* The allocator gave no memory for an object of the result. */
+    /** The allocator gave no memory for an object of the result. */
     kLUMJSONErrorNoMemory = 9
 };
 
-/* Reads one JSON document from the bytes of data. Returns the top value
+/** Reads one JSON document from the bytes of data. Returns the top value
  * (the caller owns it), or NULL with *error set as described above. */
 LUM_EXPORT LUMPropertyListRef LUMJSONCreateWithData(LUMAllocatorRef allocator, LUMDataRef data, LUMOptionFlags options,
                                                     LUMErrorRef *error);
 
-/* Reads the stream to its end (it must be open; it is not closed) and then
+/** Reads the stream to its end (it must be open; it is not closed) and then
  * reads that as one JSON document, as LUMJSONCreateWithData does. Offsets
  * count from the first byte read here. A stream that fails gives NULL and
  * kLUMJSONErrorStream. */
 LUM_EXPORT LUMPropertyListRef LUMJSONCreateWithStream(LUMAllocatorRef allocator, LUMReadStreamRef stream, LUMOptionFlags options,
                                                       LUMErrorRef *error);
 
-/* The JSON text of plist in a new data object from allocator (the caller
+/** The JSON text of plist in a new data object from allocator (the caller
  * owns it), or NULL with *error set. Strings are written as UTF-8 escaping
  * only what JSON requires (quote, backslash, control characters), integers
  * exactly, doubles as the shortest text that reads back to the same double
@@ -130,7 +132,7 @@ LUM_EXPORT LUMPropertyListRef LUMJSONCreateWithStream(LUMAllocatorRef allocator,
  * dictionary's order unless kLUMJSONWritingSortedKeys is given. */
 LUM_EXPORT LUMDataRef LUMJSONCreateData(LUMAllocatorRef allocator, LUMPropertyListRef plist, LUMOptionFlags options, LUMErrorRef *error);
 
-/* Writes the JSON text of plist to an open stream and returns the number of
+/** Writes the JSON text of plist to an open stream and returns the number of
  * bytes written, or 0 with *error set. The tree is checked before the first
  * byte is written, so a value that cannot be written leaves the stream
  * untouched; a stream that fails part way has taken the bytes before. */

@@ -1,4 +1,4 @@
-/* LUMLocale.h — locale identifiers and their language and country codes.
+/** @file LUMLocale.h — locale identifiers and their language and country codes.
  * Part of LumBase; MIT licence.
  *
  * A locale carries its identifier and the components parsed from it; it has
@@ -12,7 +12,8 @@
 
 LUM_EXTERN_C_BEGIN
 
-/* Keys; each holds its own name as text. Only the language and country
+/** @{ */
+/** Keys; each holds its own name as text. Only the language and country
  * codes are ever filled. */
 LUM_EXPORT extern const LUMStringRef kLUMLocaleMeasurementSystem;
 LUM_EXPORT extern const LUMStringRef kLUMLocaleDecimalSeparator;
@@ -29,19 +30,23 @@ LUM_EXPORT extern const LUMStringRef kLUMLocaleCalendarIdentifier;
 LUM_EXPORT extern const LUMStringRef kLUMLocaleCalendar;
 LUM_EXPORT extern const LUMStringRef kLUMLocaleCollationIdentifier;
 LUM_EXPORT extern const LUMStringRef kLUMLocaleUsesMetricSystem;
+/** @} */
 
+/** The locale class's type ID (registered on first use). */
 LUM_EXPORT LUMTypeID LUMLocaleGetTypeID(void);
-/* "en_US", with one more retain. */
+/** "en_US", with one more retain. */
 LUM_EXPORT LUMLocaleRef LUMLocaleCopyCurrent(void);
-/* The identifier is kept as given (not validated or canonicalised). */
+/** The identifier is kept as given (not validated or canonicalised). */
 LUM_EXPORT LUMLocaleRef LUMLocaleCreate(LUMAllocatorRef allocator, LUMStringRef localeIdentifier);
-/* A new mutable dictionary: the first component (split at "-" or "_",
+/** @{ */
+/** A new mutable dictionary: the first component (split at "-" or "_",
  * empty ones skipped) is the language, the second the country. */
 LUM_EXPORT LUMDictionaryRef LUMLocaleCreateComponentsFromLocaleIdentifier(LUMAllocatorRef allocator, LUMStringRef localeID);
 LUM_EXPORT LUMStringRef LUMLocaleGetIdentifier(LUMLocaleRef locale);
-/* The component for key, or NULL. */
+/** @} */
+/** The component for key, or NULL. */
 LUM_EXPORT LUMTypeRef LUMLocaleGetValue(LUMLocaleRef locale, LUMStringRef key);
-/* English names of en, de, fr, es, it for kLUMLocaleLanguageCode; else NULL. */
+/** English names of en, de, fr, es, it for kLUMLocaleLanguageCode; else NULL. */
 LUM_EXPORT LUMStringRef LUMLocaleCopyDisplayNameForPropertyValue(LUMLocaleRef locale, LUMStringRef key, LUMStringRef value);
 
 LUM_EXTERN_C_END

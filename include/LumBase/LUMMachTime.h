@@ -1,4 +1,4 @@
-/* LUMMachTime.h — the monotonic clock: microseconds since system boot,
+/** @file LUMMachTime.h — the monotonic clock: microseconds since system boot,
  * anchored once on /proc/uptime and carried forward on the wall clock.
  * Part of LumBase; MIT licence.
  *
@@ -14,13 +14,14 @@
 
 LUM_EXTERN_C_BEGIN
 
-/* Signed 64-bit microseconds. */
+/** Signed 64-bit microseconds. */
 typedef int64_t LUMMachTime;
 
+/** The monotonic clock now, in microseconds (see the file notes on re-anchoring). */
 LUM_EXPORT LUMMachTime LUMMachTimeGetCurrent(void);
-/* (later - earlier) in seconds. */
+/** (later - earlier) in seconds. */
 LUM_EXPORT LUMTimeInterval LUMMachTimeGetInterval(LUMMachTime later, LUMMachTime earlier);
-/* base plus interval, the interval truncated toward zero to microseconds. */
+/** base plus interval, the interval truncated toward zero to microseconds. */
 LUM_EXPORT LUMMachTime LUMMachTimeGetRelativeWithInterval(LUMMachTime base, LUMTimeInterval interval);
 
 LUM_EXTERN_C_END

@@ -1,4 +1,4 @@
-/* LUMPropertyList.h — the JSON reader and writer for property lists: trees
+/** @file LUMPropertyList.h — the JSON reader and writer for property lists: trees
  * of dictionaries, arrays, strings, numbers, booleans and null.
  * Part of LumBase; MIT licence.
  *
@@ -12,7 +12,7 @@
  * reported: a failing byte drops the rest of its 1024-byte chunk, and the
  * result is whatever reached the top (a container counts from its opening
  * bracket). The writer writes compact JSON: keys in the dictionary's slot
- * order, doubles with "%f", every character outside 32..127 as \uXXXX.
+ * order, doubles with "%f", every character outside 32..127 as \\uXXXX.
  *
  * These rules are kept for programs that depend on them. New code reads
  * and writes standard JSON with LUMJSON.h, which decodes UTF-8, keeps
@@ -24,12 +24,13 @@
 
 LUM_EXTERN_C_BEGIN
 
-typedef int32_t LUMPropertyListFormat;
+typedef int32_t LUMPropertyListFormat; /**< A property-list format; only kLUMPropertyListJSONFormat (1000000) is supported. */
 enum { kLUMPropertyListJSONFormat = 1000000 };
 
-typedef LUMOptionFlags LUMPropertyListMutabilityOptions;
+typedef LUMOptionFlags LUMPropertyListMutabilityOptions; /**< Options of the readers (stored, not read). */
 
-/* Reads the whole stream (neither opened nor closed) and returns the top
+/** @{ */
+/** Reads the whole stream (neither opened nor closed) and returns the top
  * value, or NULL. format receives kLUMPropertyListJSONFormat and error NULL.
  *
  * For input you do not control, know what this reader keeps for the sake of
@@ -38,7 +39,7 @@ typedef LUMOptionFlags LUMPropertyListMutabilityOptions;
  * containers come back as far as they got; bytes are not checked as UTF-8;
  * a failing byte drops the rest of the chunk it was read in (the stream's
  * chunks, 1024 bytes at most), and when that splits a backslash escape so
- * that a non-hex byte lands in a \u escape, the process ends through an
+ * that a non-hex byte lands in a \\u escape, the process ends through an
  * assertion. A document of at most 1024 bytes read with
  * LUMPropertyListCreateWithData is read in one chunk and cannot reach that
  * assertion; for larger untrusted documents check them before reading. */
@@ -46,18 +47,19 @@ LUM_EXPORT LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef al
                                                               LUMOptionFlags options, LUMPropertyListFormat *format, LUMErrorRef *error);
 LUM_EXPORT LUMPropertyListRef LUMPropertyListCreateWithData(LUMAllocatorRef allocator, LUMDataRef data, LUMOptionFlags options,
                                                             LUMPropertyListFormat *format, LUMErrorRef *error);
-/* Writes the tree as JSON; returns the bytes written, or 0 for a format other
+/** @} */
+/** Writes the tree as JSON; returns the bytes written, or 0 for a format other
  * than JSON (error is then left alone). Kept as it is: integers are written
  * through 32-bit %ld, doubles through %f (so an infinite double is written
  * as inf and NaN as nan, which no JSON reader accepts), and every byte above
- * 127 as \u00XX; check doubles for finiteness before writing trees that
+ * 127 as \\u00XX; check doubles for finiteness before writing trees that
  * other programs read. */
 LUM_EXPORT LUMIndex LUMPropertyListWrite(LUMPropertyListRef propertyList, LUMWriteStreamRef stream, LUMPropertyListFormat format,
                                          LUMOptionFlags options, LUMErrorRef *error);
-/* The JSON bytes in a new data object (allocator is not used). */
+/** The JSON bytes in a new data object (allocator is not used). */
 LUM_EXPORT LUMDataRef LUMPropertyListCreateData(LUMAllocatorRef allocator, LUMPropertyListRef propertyList, LUMPropertyListFormat format,
                                                 LUMOptionFlags options, LUMErrorRef *error);
-/* True only for a dictionary with the JSON format; arrays are not valid at
+/** True only for a dictionary with the JSON format; arrays are not valid at
  * the top, deliberately. Nothing inside the tree is examined. */
 LUM_EXPORT Boolean LUMPropertyListIsValid(LUMPropertyListRef plist, LUMPropertyListFormat format);
 

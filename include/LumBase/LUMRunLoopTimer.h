@@ -1,4 +1,4 @@
-/* LUMRunLoopTimer.h — timers that call a function at a date, once or at a
+/** @file LUMRunLoopTimer.h — timers that call a function at a date, once or at a
  * fixed interval, while their mode runs.
  * Part of LumBase; MIT licence.
  *
@@ -13,19 +13,21 @@
 
 LUM_EXTERN_C_BEGIN
 
-typedef void (*LUMRunLoopTimerCallBack)(LUMRunLoopTimerRef timer, void *info);
+typedef void (*LUMRunLoopTimerCallBack)(LUMRunLoopTimerRef timer, void *info); /**< Called by the run loop each time the timer fires, with the context's info. */
 
-/* retain is never called; release is called at finalisation. */
+/** retain is never called; release is called at finalisation. */
 typedef struct {
-    LUMIndex version;
-    void *info;
-    const void *(*retain)(const void *info);
-    void (*release)(const void *info);
-    LUMStringRef (*copyDescription)(const void *info);
+    LUMIndex version; /**< 0 */
+    void *info; /**< the caller's data, handed to the callback */
+    const void *(*retain)(const void *info); /**< never called: the timer keeps info as given */
+    void (*release)(const void *info); /**< releases info when the timer goes */
+    LUMStringRef (*copyDescription)(const void *info); /**< describes info */
 } LUMRunLoopTimerContext;
 
+/** The run loop timer class's type ID (registered on first use). */
 LUM_EXPORT LUMTypeID LUMRunLoopTimerGetTypeID(void);
-/* flags is ignored; context may be NULL. A fireDate in the past is due at once. */
+/** @{ */
+/** flags is ignored; context may be NULL. A fireDate in the past is due at once. */
 LUM_EXPORT LUMRunLoopTimerRef LUMRunLoopTimerCreate(LUMAllocatorRef allocator, LUMAbsoluteTime fireDate, LUMTimeInterval interval,
                                                     LUMOptionFlags flags, LUMIndex order, LUMRunLoopTimerCallBack callBack,
                                                     const LUMRunLoopTimerContext *context);
@@ -36,7 +38,8 @@ LUM_EXPORT Boolean LUMRunLoopTimerDoesRepeat(LUMRunLoopTimerRef timer);
 LUM_EXPORT LUMIndex LUMRunLoopTimerGetOrder(LUMRunLoopTimerRef timer);
 LUM_EXPORT Boolean LUMRunLoopTimerIsValid(LUMRunLoopTimerRef timer);
 LUM_EXPORT void LUMRunLoopTimerGetContext(LUMRunLoopTimerRef timer, LUMRunLoopTimerContext *context);
-/* Final: the timer leaves every mode, last added first. */
+/** @} */
+/** Final: the timer leaves every mode, last added first. */
 LUM_EXPORT void LUMRunLoopTimerInvalidate(LUMRunLoopTimerRef timer);
 
 LUM_EXTERN_C_END

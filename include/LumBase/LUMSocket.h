@@ -1,4 +1,4 @@
-/* LUMSocket.h — BSD sockets driven by the run loop.
+/** @file LUMSocket.h — BSD sockets driven by the run loop.
  * Part of LumBase; MIT licence.
  *
  * A socket object wraps a native descriptor. While the run loop waits, it
@@ -13,72 +13,80 @@
 
 LUM_EXTERN_C_BEGIN
 
-typedef int32_t LUMSocketNativeHandle;
+typedef int32_t LUMSocketNativeHandle; /**< A socket descriptor. */
 
-typedef int32_t LUMSocketError;
+typedef int32_t LUMSocketError; /**< kLUMSocketSuccess, kLUMSocketError or kLUMSocketTimeout. */
 enum {
     kLUMSocketSuccess = 0,
     kLUMSocketError = -1
 };
 
-typedef LUMOptionFlags LUMSocketCallBackType;
+typedef LUMOptionFlags LUMSocketCallBackType; /**< Which events a socket's callback is called for (bits). */
 enum {
-    kLUMSocketReadCallBack = 1,   /* readable; the callback reads by itself */
-    kLUMSocketAcceptCallBack = 2, /* a connection waits; data is a pointer to the new descriptor, which the callee owns */
-    kLUMSocketDataCallBack = 3,   /* the waiting bytes as a data object (empty when the peer closed) */
+    kLUMSocketReadCallBack = 1,   /**< readable; the callback reads by itself */
+    kLUMSocketAcceptCallBack = 2, /**< a connection waits; data is a pointer to the new descriptor, which the callee owns */
+    kLUMSocketDataCallBack = 3,   /**< the waiting bytes as a data object (empty when the peer closed) */
     kLUMSocketWriteCallBack = 8   /* writable */
 };
 
-/* With this flag (set by default) invalidation closes the descriptor. */
+/** With this flag (set by default) invalidation closes the descriptor. */
 enum { kLUMSocketCloseOnInvalidate = 0x80 };
 
-typedef void (*LUMSocketCallBack)(LUMSocketRef s, LUMSocketCallBackType type, LUMDataRef address, const void *data, void *info);
+typedef void (*LUMSocketCallBack)(LUMSocketRef s, LUMSocketCallBackType type, LUMDataRef address, const void *data, void *info); /**< Called by the run loop for an event of the socket: address and data depend on the type (the accepted descriptor, the bytes read, a connect error). */
 
+/** The caller's data a socket carries to its callback. */
 typedef struct {
-    LUMIndex version;
-    void *info;
-    const void *(*retain)(const void *info);   /* at creation */
-    void (*release)(const void *info);         /* at finalisation */
-    LUMStringRef (*copyDescription)(const void *info);
+    LUMIndex version; /**< 0 */
+    void *info; /**< the caller's data, handed to the callback */
+    const void *(*retain)(const void *info);   /**< at creation */
+    void (*release)(const void *info);         /**< at finalisation */
+    LUMStringRef (*copyDescription)(const void *info); /**< describes info */
 } LUMSocketContext;
 
+/** What socket to make and the address to bind or connect it to. */
 typedef struct {
-    int32_t protocolFamily; /* e.g. 2 (AF_INET) */
-    int32_t socketType;     /* e.g. 1 (SOCK_STREAM) */
-    int32_t protocol;
-    LUMDataRef address;     /* a native socket address; stored, not retained */
+    int32_t protocolFamily; /**< e.g. 2 (AF_INET) */
+    int32_t socketType;     /**< e.g. 1 (SOCK_STREAM) */
+    int32_t protocol; /**< e.g. 6 (IPPROTO_TCP), or 0 for the family's default */
+    LUMDataRef address;     /**< a native socket address; stored, not retained */
 } LUMSocketSignature;
 
+/** The socket class's type ID. */
 LUM_EXPORT LUMTypeID LUMSocketGetTypeID(void);
 
-/* Open a descriptor with socket(); a failed socket() still gives an object,
+/** @{ */
+/** Open a descriptor with socket(); a failed socket() still gives an object,
  * with native -1. context may be NULL. */
 LUM_EXPORT LUMSocketRef LUMSocketCreate(LUMAllocatorRef allocator, int32_t protocolFamily, int32_t socketType, int32_t protocol,
                                         LUMOptionFlags callBackTypes, LUMSocketCallBack callBack, const LUMSocketContext *context);
 LUM_EXPORT LUMSocketRef LUMSocketCreateWithSocketSignature(LUMAllocatorRef allocator, const LUMSocketSignature *signature,
                                                            LUMOptionFlags callBackTypes, LUMSocketCallBack callBack,
                                                            const LUMSocketContext *context);
-/* Creates, then connects to signature->address (blocking; the result is not
+/** @} */
+/** Creates, then connects to signature->address (blocking; the result is not
  * reported, the timeout not used). */
 LUM_EXPORT LUMSocketRef LUMSocketCreateConnectedToSocketSignature(LUMAllocatorRef allocator, const LUMSocketSignature *signature,
                                                                   LUMOptionFlags callBackTypes, LUMSocketCallBack callBack,
                                                                   const LUMSocketContext *context, LUMTimeInterval timeout);
-/* Wraps an existing descriptor. */
+/** Wraps an existing descriptor. */
 LUM_EXPORT LUMSocketRef LUMSocketCreateWithNative(LUMAllocatorRef allocator, LUMSocketNativeHandle native, LUMOptionFlags callBackTypes,
                                                   LUMSocketCallBack callBack, const LUMSocketContext *context);
 
-/* bind, then listen with a backlog of 5. */
+/** bind, then listen with a backlog of 5. */
 LUM_EXPORT LUMSocketError LUMSocketSetAddress(LUMSocketRef s, LUMDataRef address);
-/* A blocking connect; timeout is not used. */
+/** A blocking connect; timeout is not used. */
 LUM_EXPORT LUMSocketError LUMSocketConnectToAddress(LUMSocketRef s, LUMDataRef address, LUMTimeInterval timeout);
-/* Sets SO_SNDTIMEO from timeout (none when timeout <= 0), then send or
+/** Sets SO_SNDTIMEO from timeout (none when timeout <= 0), then send or
  * sendto; a partial send counts as success. */
 LUM_EXPORT LUMSocketError LUMSocketSendData(LUMSocketRef s, LUMDataRef address, LUMDataRef data, LUMTimeInterval timeout);
-/* New data objects with getsockname / getpeername, or NULL. */
+/** @{ */
+/** New data objects with getsockname / getpeername, or NULL. */
 LUM_EXPORT LUMDataRef LUMSocketCopyAddress(LUMSocketRef s);
 LUM_EXPORT LUMDataRef LUMSocketCopyPeerAddress(LUMSocketRef s);
+/** @} */
 
-/* Take effect at the run loop's next wait. */
+/** @{ */
+/** Take effect at the run loop's next wait. */
 LUM_EXPORT void LUMSocketEnableCallBacks(LUMSocketRef s, LUMOptionFlags callBackTypes);
 LUM_EXPORT void LUMSocketDisableCallBacks(LUMSocketRef s, LUMOptionFlags callBackTypes);
 LUM_EXPORT LUMOptionFlags LUMSocketGetSocketFlags(LUMSocketRef s);
@@ -86,10 +94,11 @@ LUM_EXPORT void LUMSocketSetSocketFlags(LUMSocketRef s, LUMOptionFlags flags);
 LUM_EXPORT LUMSocketNativeHandle LUMSocketGetNative(LUMSocketRef s);
 LUM_EXPORT Boolean LUMSocketIsValid(LUMSocketRef s);
 LUM_EXPORT void LUMSocketGetContext(LUMSocketRef s, LUMSocketContext *context);
-/* Final: the source is invalidated and released; with the close flag the
+/** @} */
+/** Final: the source is invalidated and released; with the close flag the
  * descriptor is closed. */
 LUM_EXPORT void LUMSocketInvalidate(LUMSocketRef s);
-/* The socket's run-loop source (once per socket; a second call is an
+/** The socket's run-loop source (once per socket; a second call is an
  * assertion failure). The caller releases the returned reference. */
 LUM_EXPORT LUMRunLoopSourceRef LUMSocketCreateRunLoopSource(LUMAllocatorRef allocator, LUMSocketRef s, LUMIndex order);
 

@@ -1,4 +1,4 @@
-/* LUMStream.h — what read and write streams share: status, events, client
+/** @file LUMStream.h — what read and write streams share: status, events, client
  * records, the data-written property, and the stream-pair creators.
  * Part of LumBase; MIT licence. */
 #ifndef LUMBASE_LUMSTREAM_H
@@ -9,33 +9,34 @@
 
 LUM_EXTERN_C_BEGIN
 
-typedef int32_t LUMStreamStatus;
+typedef int32_t LUMStreamStatus; /**< Where a stream is in its life: one of the kLUMStreamStatus values. */
 enum {
     kLUMStreamStatusNotOpen = 0,
     kLUMStreamStatusOpen = 2,
-    kLUMStreamStatusAtEnd = 5,  /* a fixed-buffer write stream that is full */
+    kLUMStreamStatusAtEnd = 5,  /**< a fixed-buffer write stream that is full */
     kLUMStreamStatusClosed = 6
 };
 
-typedef LUMOptionFlags LUMStreamEventType;
+typedef LUMOptionFlags LUMStreamEventType; /**< Stream events a client can ask for (bits). */
 enum {
     kLUMStreamEventHasBytesAvailable = 2,
     kLUMStreamEventCanAcceptBytes = 4
 };
 
+/** The client's data a stream hands to its client callback. */
 typedef struct {
-    LUMIndex version;
-    void *info;
-    const void *(*retain)(const void *info);
-    void (*release)(const void *info);
-    LUMStringRef (*copyDescription)(const void *info);
+    LUMIndex version; /**< 0 */
+    void *info; /**< the client's data, handed to the client callback */
+    const void *(*retain)(const void *info); /**< retains info when the stream takes it */
+    void (*release)(const void *info); /**< releases info when the client is replaced or the stream goes */
+    LUMStringRef (*copyDescription)(const void *info); /**< describes info */
 } LUMStreamClientContext;
 
-/* "kLUMStreamPropertyDataWritten": on a stream made by
+/** "kLUMStreamPropertyDataWritten": on a stream made by
  * LUMWriteStreamCreateWithAllocatedBuffers, a copy of all bytes written. */
 LUM_EXPORT extern const LUMStringRef kLUMStreamPropertyDataWritten;
 
-/* A read stream and a write stream over one ring buffer of bufferSize bytes:
+/** A read stream and a write stream over one ring buffer of bufferSize bytes:
  * what is written can be read. Neither side signals the other: a client
  * hears from its source once per scheduling, so it reads or writes in a loop
  * or schedules again. Both pointers must be non-NULL; the caller releases
@@ -46,12 +47,14 @@ LUM_EXPORT void LUMStreamCreateBoundPair(LUMAllocatorRef allocator, LUMReadStrea
 /* Socket stream pairs: blocking byte I/O over one socket, outside the run
  * loop. A NULL stream pointer skips that stream. Closing either stream
  * closes the shared descriptor. */
-/* Connects (blocking) to a dotted-decimal IPv4 host; no name lookup. */
+/** @{ */
+/** Connects (blocking) to a dotted-decimal IPv4 host; no name lookup. */
 LUM_EXPORT void LUMStreamCreatePairWithSocketToHost(LUMAllocatorRef allocator, LUMStringRef host, UInt32 port,
                                                     LUMReadStreamRef *readStream, LUMWriteStreamRef *writeStream);
 LUM_EXPORT void LUMStreamCreatePairWithSocket(LUMAllocatorRef allocator, LUMSocketNativeHandle native, LUMReadStreamRef *readStream,
                                               LUMWriteStreamRef *writeStream);
-/* Makes the socket from the signature; no connection is made. */
+/** @} */
+/** Makes the socket from the signature; no connection is made. */
 LUM_EXPORT void LUMStreamCreatePairWithPeerSocketSignature(LUMAllocatorRef allocator, const LUMSocketSignature *signature,
                                                            LUMReadStreamRef *readStream, LUMWriteStreamRef *writeStream);
 

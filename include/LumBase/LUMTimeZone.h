@@ -1,4 +1,4 @@
-/* LUMTimeZone.h — time zones from a table compiled into the library.
+/** @file LUMTimeZone.h — time zones from a table compiled into the library.
  * Part of LumBase; MIT licence.
  *
  * The table holds 547 names (aliases included) in ASCII order, from
@@ -18,27 +18,32 @@
 
 LUM_EXTERN_C_BEGIN
 
+/** The time zone class's type ID (registered on first use). */
 LUM_EXPORT LUMTypeID LUMTimeZoneGetTypeID(void);
 
-/* The zone named exactly (case-sensitive) name, or NULL. tryAbbrev must be
+/** The zone named exactly (case-sensitive) name, or NULL. tryAbbrev must be
  * false: abbreviations are not looked up. */
 LUM_EXPORT LUMTimeZoneRef LUMTimeZoneCreateWithName(LUMAllocatorRef allocator, LUMStringRef name, Boolean tryAbbrev);
-/* The default zone, retained (may be NULL). */
+/** The default zone, retained (may be NULL). */
 LUM_EXPORT LUMTimeZoneRef LUMTimeZoneCopyDefault(void);
-/* Replaces the default zone; tz must be a zone. */
+/** Replaces the default zone; tz must be a zone. */
 LUM_EXPORT void LUMTimeZoneSetDefault(LUMTimeZoneRef tz);
-/* Not available: ends the process ("Not yet implemented"). */
+/** Not available: ends the process ("Not yet implemented"). */
 LUM_EXPORT LUMTimeZoneRef LUMTimeZoneCopySystem(void);
-/* Not available: ends the process ("Not yet implemented"). */
+/** Not available: ends the process ("Not yet implemented"). */
 LUM_EXPORT LUMStringRef LUMTimeZoneCopyAbbreviation(LUMTimeZoneRef tz, LUMAbsoluteTime at);
-/* A new array of the 547 names in table order. */
+/** @{ */
+/** A new array of the 547 names in table order. */
 LUM_EXPORT LUMArrayRef LUMTimeZoneCopyKnownNames(void);
 LUM_EXPORT LUMStringRef LUMTimeZoneGetName(LUMTimeZoneRef tz);
-/* Standard plus daylight-saving offset in force at at (see the rules above). */
+/** @} */
+/** @{ */
+/** Standard plus daylight-saving offset in force at at (see the rules above). */
 LUM_EXPORT LUMTimeInterval LUMTimeZoneGetSecondsFromGMT(LUMTimeZoneRef tz, LUMAbsoluteTime at);
 LUM_EXPORT Boolean LUMTimeZoneIsDaylightSavingTime(LUMTimeZoneRef tz, LUMAbsoluteTime at);
 LUM_EXPORT LUMTimeInterval LUMTimeZoneGetDaylightSavingTimeOffset(LUMTimeZoneRef tz, LUMAbsoluteTime at);
-/* Returns at itself: it does not find the next transition. Callers must not
+/** @} */
+/** Returns at itself: it does not find the next transition. Callers must not
  * rely on it. */
 LUM_EXPORT LUMAbsoluteTime LUMTimeZoneGetNextDaylightSavingTimeTransition(LUMTimeZoneRef tz, LUMAbsoluteTime at);
 
