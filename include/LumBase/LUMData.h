@@ -36,14 +36,15 @@ LUM_EXPORT void LUMDataGetBytes(LUMDataRef data, LUMRange range, UInt8 *buffer);
 /** Asserts that data is mutable. */
 LUM_EXPORT UInt8 *LUMDataGetMutableBytePtr(LUMMutableDataRef data);
 
-/** @{ */
 /** Lengthening zero-fills the new bytes; shortening only changes the length.
  * Neither checks mutability. */
 LUM_EXPORT void LUMDataSetLength(LUMMutableDataRef data, LUMIndex length);
+/** Lengthens by extraLength zero bytes, as LUMDataSetLength to length + extraLength. */
 LUM_EXPORT void LUMDataIncreaseLength(LUMMutableDataRef data, LUMIndex extraLength);
+/** Appends length bytes; data must be mutable (else an assertion ends the process). Growth that cannot be had leaves data unchanged. */
 LUM_EXPORT void LUMDataAppendBytes(LUMMutableDataRef data, const UInt8 *bytes, LUMIndex length);
+/** Replaces the bytes of range with newLength bytes (inserting when the range is empty); data must be mutable and the range inside it, else an assertion ends the process. The tail moved to make room is not zero-filled. */
 LUM_EXPORT void LUMDataReplaceBytes(LUMMutableDataRef data, LUMRange range, const UInt8 *newBytes, LUMIndex newLength);
-/** @} */
 /** The range is not checked. */
 LUM_EXPORT void LUMDataDeleteBytes(LUMMutableDataRef data, LUMRange range);
 

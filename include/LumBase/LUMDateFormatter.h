@@ -22,7 +22,7 @@ enum {
     kLUMDateFormatterShortStyle = 1,  /**< MM/dd/yy, H:mm */
     kLUMDateFormatterMediumStyle = 2, /**< MMM dd, yyyy, H:mm */
     kLUMDateFormatterLongStyle = 3,   /**< MMMM dd, yyyy, H:mm:ss */
-    kLUMDateFormatterFullStyle = 4    /* EEEE, MMMM dd, yyyy GGG, H:mm:ss zzz */
+    kLUMDateFormatterFullStyle = 4    /**< EEEE, MMMM dd, yyyy GGG, H:mm:ss zzz */
 };
 
 /** "kLUMDateFormatterTimeZone": the only property, a time zone (NULL: UTC). */
@@ -30,17 +30,20 @@ LUM_EXPORT extern const LUMStringRef kLUMDateFormatterTimeZone;
 
 /** The date formatter class's type ID (registered on first use). */
 LUM_EXPORT LUMTypeID LUMDateFormatterGetTypeID(void);
-/** @{ */
 /** The format is the date pattern, a blank when both styles are set, and the
  * time pattern. A style outside 0..4 adds nothing, silently. */
 LUM_EXPORT LUMDateFormatterRef LUMDateFormatterCreate(LUMAllocatorRef allocator, LUMLocaleRef locale, LUMDateFormatterStyle dateStyle,
                                                       LUMDateFormatterStyle timeStyle);
+/** The date style the formatter was made with. */
 LUM_EXPORT LUMDateFormatterStyle LUMDateFormatterGetDateStyle(LUMDateFormatterRef formatter);
+/** The time style the formatter was made with. */
 LUM_EXPORT LUMDateFormatterStyle LUMDateFormatterGetTimeStyle(LUMDateFormatterRef formatter);
+/** The pattern in use, lent. */
 LUM_EXPORT LUMStringRef LUMDateFormatterGetFormat(LUMDateFormatterRef formatter);
+/** The locale the formatter was made with, lent. */
 LUM_EXPORT LUMLocaleRef LUMDateFormatterGetLocale(LUMDateFormatterRef formatter);
+/** Replaces the pattern with a copy of formatString (the styles stay as they were). */
 LUM_EXPORT void LUMDateFormatterSetFormat(LUMDateFormatterRef formatter, LUMStringRef formatString);
-/** @} */
 /** @{ */
 /** Only kLUMDateFormatterTimeZone; any other key ends the process. */
 LUM_EXPORT void LUMDateFormatterSetProperty(LUMDateFormatterRef formatter, LUMStringRef key, LUMTypeRef value);

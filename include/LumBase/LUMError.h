@@ -26,14 +26,15 @@ LUM_EXPORT LUMTypeID LUMErrorGetTypeID(void);
 /** Keeps a copy of userInfo (or an empty dictionary): later changes to the
  * caller's dictionary are not seen. */
 LUM_EXPORT LUMErrorRef LUMErrorCreate(LUMAllocatorRef allocator, LUMStringRef domain, LUMIndex code, LUMDictionaryRef userInfo);
-/** @{ */
 /** The same from parallel arrays; keys are copied strings, values retained. */
 LUM_EXPORT LUMErrorRef LUMErrorCreateWithUserInfoKeysAndValues(LUMAllocatorRef allocator, LUMStringRef domain, LUMIndex code,
                                                                 const void **keys, const void **values, LUMIndex count);
+/** The error's domain, lent. */
 LUM_EXPORT LUMStringRef LUMErrorGetDomain(LUMErrorRef err);
+/** The error's code within its domain. */
 LUM_EXPORT LUMIndex LUMErrorGetCode(LUMErrorRef err);
+/** A new immutable copy of the user-info dictionary, owned by the caller. */
 LUM_EXPORT LUMDictionaryRef LUMErrorCopyUserInfo(LUMErrorRef err);
-/** @} */
 /** @{ */
 /** NULL when the user info has no such entry. */
 LUM_EXPORT LUMStringRef LUMErrorCopyFailureReason(LUMErrorRef err);

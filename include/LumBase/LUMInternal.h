@@ -142,11 +142,10 @@ LUM_EXPORT Boolean _LUMArrayInitializeModule(void);
 LUM_EXPORT Boolean _LUMDictionaryInitializeModule(void);
 LUM_EXPORT Boolean _LUMDataInitializeModule(void);
 /** @} */
-/** @{ */
 /** Not called by LUMInitialize: pools register their class on first use. */
 LUM_EXPORT Boolean _LUMAutoreleasePoolInitializeModule(void);
+/** Starts the test harness module; true when it started. */
 LUM_EXPORT Boolean _LUMTestInitializeModule(void);
-/** @} */
 
 /** @{ */
 /** Starts one module (registers its class, places its constants); true
@@ -165,6 +164,10 @@ LUM_EXPORT Boolean _LUMDateFormatterInitializeModule(void);
 /** Not called by LUMInitialize: the HTTP modules have no start work. */
 LUM_EXPORT Boolean _LUMHTTPMessageInitializeModule(void);
 LUM_EXPORT Boolean _LUMHTTPStreamInitializeModule(void);
+/** @} */
+/** @{ */
+/** Starts one module; true when it started. LUMInitialize calls them in
+ * the order declared here. */
 LUM_EXPORT Boolean _LUMErrorInitializeModule(void);
 LUM_EXPORT Boolean _LUMStreamInitializeModule(void);
 LUM_EXPORT Boolean _LUMReadStreamInitializeModule(void);
@@ -196,12 +199,12 @@ LUM_EXPORT LUMTypeRef _LUMRunLoopGetCurrentObject(void);
 LUM_EXPORT void _LUMRunLoopSourceSchedule(LUMRunLoopSourceRef source, LUMRunLoopRef rl, LUMStringRef modeName);
 LUM_EXPORT void _LUMRunLoopSourceCancel(LUMRunLoopSourceRef source, LUMRunLoopRef rl, LUMStringRef modeName);
 /** @} */
-/** @{ */
 /** Performs a valid version 0 source. */
 LUM_EXPORT void _LUMRunLoopSourcePerform(LUMRunLoopSourceRef source);
+/** Called by the run loop after a timer joined a mode. */
 LUM_EXPORT void _LUMRunLoopTimerSchedule(LUMRunLoopTimerRef timer, LUMRunLoopRef rl, LUMStringRef modeName);
+/** Called by the run loop before a timer leaves a mode. */
 LUM_EXPORT void _LUMRunLoopTimerCancel(LUMRunLoopTimerRef timer, LUMRunLoopRef rl, LUMStringRef modeName);
-/** @} */
 /** seconds in nanoseconds, truncated toward zero (unused by the timers). */
 LUM_EXPORT int64_t _LUMRunLoopTimerGetTicks(LUMTimeInterval seconds);
 

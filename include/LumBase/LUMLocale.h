@@ -38,12 +38,11 @@ LUM_EXPORT LUMTypeID LUMLocaleGetTypeID(void);
 LUM_EXPORT LUMLocaleRef LUMLocaleCopyCurrent(void);
 /** The identifier is kept as given (not validated or canonicalised). */
 LUM_EXPORT LUMLocaleRef LUMLocaleCreate(LUMAllocatorRef allocator, LUMStringRef localeIdentifier);
-/** @{ */
 /** A new mutable dictionary: the first component (split at "-" or "_",
  * empty ones skipped) is the language, the second the country. */
 LUM_EXPORT LUMDictionaryRef LUMLocaleCreateComponentsFromLocaleIdentifier(LUMAllocatorRef allocator, LUMStringRef localeID);
+/** The identifier the locale was made with, lent. */
 LUM_EXPORT LUMStringRef LUMLocaleGetIdentifier(LUMLocaleRef locale);
-/** @} */
 /** The component for key, or NULL. */
 LUM_EXPORT LUMTypeRef LUMLocaleGetValue(LUMLocaleRef locale, LUMStringRef key);
 /** English names of en, de, fr, es, it for kLUMLocaleLanguageCode; else NULL. */

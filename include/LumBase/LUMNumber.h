@@ -27,19 +27,19 @@ enum {
     kLUMNumberLongLongType = 11, /**< int64_t */
     kLUMNumberFloatType = 12,    /**< float */
     kLUMNumberDoubleType = 13,   /**< double */
-    kLUMNumberLUMIndexType = 14  /* LUMIndex (int32_t) */
+    kLUMNumberLUMIndexType = 14  /**< LUMIndex (int32_t) */
 };
 
 /** The number class's type ID (registered on first use). */
 LUM_EXPORT LUMTypeID LUMNumberGetTypeID(void);
 
-/** @{ */
 /** Reads the value at valuePtr with the width and signedness of type (code 7
  * zero-extends, the other integers sign-extend, floats widen to double). */
 LUM_EXPORT LUMNumberRef LUMNumberCreate(LUMAllocatorRef allocator, LUMNumberType type, const void *valuePtr);
+/** The type the number was made with. */
 LUM_EXPORT LUMNumberType LUMNumberGetType(LUMNumberRef number);
+/** Whether the number holds a floating-point value (types 5, 12 and 13). */
 LUM_EXPORT Boolean LUMNumberIsFloatType(LUMNumberRef number);
-/** @} */
 /** 1, 2, 4 or 8: the byte size of the type the number was created with. */
 LUM_EXPORT LUMIndex LUMNumberGetByteSize(LUMNumberRef number);
 /** Stores the value converted to type at valuePtr; true when the conversion

@@ -29,7 +29,6 @@ enum { kLUMPropertyListJSONFormat = 1000000 };
 
 typedef LUMOptionFlags LUMPropertyListMutabilityOptions; /**< Options of the readers (stored, not read). */
 
-/** @{ */
 /** Reads the whole stream (neither opened nor closed) and returns the top
  * value, or NULL. format receives kLUMPropertyListJSONFormat and error NULL.
  *
@@ -45,9 +44,9 @@ typedef LUMOptionFlags LUMPropertyListMutabilityOptions; /**< Options of the rea
  * assertion; for larger untrusted documents check them before reading. */
 LUM_EXPORT LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef allocator, LUMReadStreamRef stream, LUMIndex streamLength,
                                                               LUMOptionFlags options, LUMPropertyListFormat *format, LUMErrorRef *error);
+/** As LUMPropertyListCreateWithStream over a stream of the bytes of data (which must outlive the call); the caller owns the result, NULL when nothing was read. */
 LUM_EXPORT LUMPropertyListRef LUMPropertyListCreateWithData(LUMAllocatorRef allocator, LUMDataRef data, LUMOptionFlags options,
                                                             LUMPropertyListFormat *format, LUMErrorRef *error);
-/** @} */
 /** Writes the tree as JSON; returns the bytes written, or 0 for a format other
  * than JSON (error is then left alone). Kept as it is: integers are written
  * through 32-bit %ld, doubles through %f (so an infinite double is written

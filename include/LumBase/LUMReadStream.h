@@ -51,25 +51,25 @@ LUM_EXPORT Boolean LUMReadStreamOpen(LUMReadStreamRef stream);
 LUM_EXPORT void LUMReadStreamClose(LUMReadStreamRef stream);
 /** The count read, 0 at the end, -1 on failure (per stream). */
 LUM_EXPORT LUMIndex LUMReadStreamRead(LUMReadStreamRef stream, UInt8 *buffer, LUMIndex bufferLength);
-/** @{ */
 /** Bytes inside the stream's own storage, consumed by the call, or NULL. */
 LUM_EXPORT const UInt8 *LUMReadStreamGetBuffer(LUMReadStreamRef stream, LUMIndex maxBytesToRead, LUMIndex *numBytesRead);
+/** Whether a read would give bytes now (false without the callback). */
 LUM_EXPORT Boolean LUMReadStreamHasBytesAvailable(LUMReadStreamRef stream);
+/** The stream's status (0 without the callback). */
 LUM_EXPORT LUMStreamStatus LUMReadStreamGetStatus(LUMReadStreamRef stream);
-/** @} */
-/** @{ */
 /** Streams with the generic error callback end the process ("NYI"). */
 LUM_EXPORT LUMErrorRef LUMReadStreamCopyError(LUMReadStreamRef stream);
+/** A property's value, owned by the caller; NULL when the stream has no such property. */
 LUM_EXPORT LUMTypeRef LUMReadStreamCopyProperty(LUMReadStreamRef stream, LUMStringRef propertyName);
+/** Sets a property; true when the stream took it. */
 LUM_EXPORT Boolean LUMReadStreamSetProperty(LUMReadStreamRef stream, LUMStringRef propertyName, LUMTypeRef propertyValue);
-/** @} */
-/** @{ */
 /** events 0, or a NULL callback or context, removes the client. */
 LUM_EXPORT Boolean LUMReadStreamSetClient(LUMReadStreamRef stream, LUMOptionFlags streamEvents, LUMReadStreamClientCallBack clientCB,
                                           LUMStreamClientContext *clientContext);
+/** Puts the stream's source on the run loop in runLoopMode, so that its client is called from the loop. */
 LUM_EXPORT void LUMReadStreamScheduleWithRunLoop(LUMReadStreamRef stream, LUMRunLoopRef runLoop, LUMStringRef runLoopMode);
+/** Takes the stream's source off runLoopMode. */
 LUM_EXPORT void LUMReadStreamUnscheduleWithRunLoop(LUMReadStreamRef stream, LUMRunLoopRef runLoop, LUMStringRef runLoopMode);
-/** @} */
 
 LUM_EXTERN_C_END
 

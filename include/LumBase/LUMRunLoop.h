@@ -21,7 +21,7 @@ enum {
     kLUMRunLoopRunResultFinished = 1,      /**< no such mode, or nothing valid in it */
     kLUMRunLoopRunResultStopped = 2,       /**< LUMRunLoopStop was called */
     kLUMRunLoopRunResultTimedOut = 3,      /**< the time ran out (also when select fails) */
-    kLUMRunLoopRunResultHandledObject = 4  /* one object handled, as asked */
+    kLUMRunLoopRunResultHandledObject = 4  /**< one object handled, as asked */
 };
 
 /** "__kLUMRunLoopDefaultMode__": the mode LUMRunLoopRun runs. */
@@ -47,11 +47,10 @@ LUM_EXPORT LUMRunLoopRunResult LUMRunLoopRun(void);
 /** Runs mode for up to seconds; with returnAfterSourceHandled, returns 4 after
  * the first handled source or timer. seconds <= 0 makes exactly one pass. */
 LUM_EXPORT LUMRunLoopRunResult LUMRunLoopRunInMode(LUMStringRef mode, LUMTimeInterval seconds, Boolean returnAfterSourceHandled);
-/** @{ */
 /** Takes effect at the end of the current pass, not during a wait. */
 LUM_EXPORT void LUMRunLoopStop(LUMRunLoopRef rl);
+/** Whether the loop is in its wait (in select), true only while it waits. */
 LUM_EXPORT Boolean LUMRunLoopIsWaiting(LUMRunLoopRef rl);
-/** @} */
 /** Not available: nothing can wake the loop from outside. Ends the process. */
 LUM_EXPORT void LUMRunLoopWakeUp(LUMRunLoopRef rl);
 

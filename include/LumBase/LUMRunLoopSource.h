@@ -24,13 +24,14 @@ typedef struct {
 
 /** The run loop source class's type ID (registered on first use). */
 LUM_EXPORT LUMTypeID LUMRunLoopSourceGetTypeID(void);
-/** @{ */
 /** context must not be NULL. */
 LUM_EXPORT LUMRunLoopSourceRef LUMRunLoopSourceCreate(LUMAllocatorRef allocator, LUMIndex order, const LUMRunLoopSourceContext *context);
+/** Copies the source's context (with the info retain returned) into context. */
 LUM_EXPORT void LUMRunLoopSourceGetContext(LUMRunLoopSourceRef source, LUMRunLoopSourceContext *context);
+/** The source's order: lower orders are handled first. */
 LUM_EXPORT LUMIndex LUMRunLoopSourceGetOrder(LUMRunLoopSourceRef source);
+/** Whether the source has not been invalidated. */
 LUM_EXPORT Boolean LUMRunLoopSourceIsValid(LUMRunLoopSourceRef source);
-/** @} */
 /** Marks the source pending; the run loop sees it at its next pass. */
 LUM_EXPORT void LUMRunLoopSourceSignal(LUMRunLoopSourceRef source);
 /** Final: the source leaves every mode it is in, last scheduled first. */

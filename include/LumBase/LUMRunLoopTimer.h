@@ -26,19 +26,24 @@ typedef struct {
 
 /** The run loop timer class's type ID (registered on first use). */
 LUM_EXPORT LUMTypeID LUMRunLoopTimerGetTypeID(void);
-/** @{ */
 /** flags is ignored; context may be NULL. A fireDate in the past is due at once. */
 LUM_EXPORT LUMRunLoopTimerRef LUMRunLoopTimerCreate(LUMAllocatorRef allocator, LUMAbsoluteTime fireDate, LUMTimeInterval interval,
                                                     LUMOptionFlags flags, LUMIndex order, LUMRunLoopTimerCallBack callBack,
                                                     const LUMRunLoopTimerContext *context);
+/** Moves the next firing to fireDate (a date in the past is due at once). */
 LUM_EXPORT void LUMRunLoopTimerSetNextFireDate(LUMRunLoopTimerRef timer, LUMAbsoluteTime fireDate);
+/** When the timer fires next. */
 LUM_EXPORT LUMAbsoluteTime LUMRunLoopTimerGetNextFireDate(LUMRunLoopTimerRef timer);
+/** The repeat interval (0 for a one-shot timer). */
 LUM_EXPORT LUMTimeInterval LUMRunLoopTimerGetInterval(LUMRunLoopTimerRef timer);
+/** Whether the timer repeats (its interval is above 0). */
 LUM_EXPORT Boolean LUMRunLoopTimerDoesRepeat(LUMRunLoopTimerRef timer);
+/** The timer's order: lower orders are handled first. */
 LUM_EXPORT LUMIndex LUMRunLoopTimerGetOrder(LUMRunLoopTimerRef timer);
+/** Whether the timer has not been invalidated (a one-shot timer is invalidated once it fired). */
 LUM_EXPORT Boolean LUMRunLoopTimerIsValid(LUMRunLoopTimerRef timer);
+/** Copies the timer's context into context. */
 LUM_EXPORT void LUMRunLoopTimerGetContext(LUMRunLoopTimerRef timer, LUMRunLoopTimerContext *context);
-/** @} */
 /** Final: the timer leaves every mode, last added first. */
 LUM_EXPORT void LUMRunLoopTimerInvalidate(LUMRunLoopTimerRef timer);
 

@@ -26,7 +26,7 @@ enum {
     kLUMSocketReadCallBack = 1,   /**< readable; the callback reads by itself */
     kLUMSocketAcceptCallBack = 2, /**< a connection waits; data is a pointer to the new descriptor, which the callee owns */
     kLUMSocketDataCallBack = 3,   /**< the waiting bytes as a data object (empty when the peer closed) */
-    kLUMSocketWriteCallBack = 8   /* writable */
+    kLUMSocketWriteCallBack = 8   /**< writable */
 };
 
 /** With this flag (set by default) invalidation closes the descriptor. */
@@ -85,16 +85,20 @@ LUM_EXPORT LUMDataRef LUMSocketCopyAddress(LUMSocketRef s);
 LUM_EXPORT LUMDataRef LUMSocketCopyPeerAddress(LUMSocketRef s);
 /** @} */
 
-/** @{ */
 /** Take effect at the run loop's next wait. */
 LUM_EXPORT void LUMSocketEnableCallBacks(LUMSocketRef s, LUMOptionFlags callBackTypes);
+/** Stops the callbacks of callBackTypes; takes effect at the run loop's next wait. */
 LUM_EXPORT void LUMSocketDisableCallBacks(LUMSocketRef s, LUMOptionFlags callBackTypes);
+/** The socket's flags (kLUMSocketCloseOnInvalidate). */
 LUM_EXPORT LUMOptionFlags LUMSocketGetSocketFlags(LUMSocketRef s);
+/** Replaces the socket's flags. */
 LUM_EXPORT void LUMSocketSetSocketFlags(LUMSocketRef s, LUMOptionFlags flags);
+/** The descriptor (-1 when socket() failed). */
 LUM_EXPORT LUMSocketNativeHandle LUMSocketGetNative(LUMSocketRef s);
+/** Whether the socket has not been invalidated. */
 LUM_EXPORT Boolean LUMSocketIsValid(LUMSocketRef s);
+/** Copies the socket's context into context. */
 LUM_EXPORT void LUMSocketGetContext(LUMSocketRef s, LUMSocketContext *context);
-/** @} */
 /** Final: the source is invalidated and released; with the close flag the
  * descriptor is closed. */
 LUM_EXPORT void LUMSocketInvalidate(LUMSocketRef s);

@@ -47,13 +47,12 @@ LUM_EXPORT void LUMStreamCreateBoundPair(LUMAllocatorRef allocator, LUMReadStrea
 /* Socket stream pairs: blocking byte I/O over one socket, outside the run
  * loop. A NULL stream pointer skips that stream. Closing either stream
  * closes the shared descriptor. */
-/** @{ */
 /** Connects (blocking) to a dotted-decimal IPv4 host; no name lookup. */
 LUM_EXPORT void LUMStreamCreatePairWithSocketToHost(LUMAllocatorRef allocator, LUMStringRef host, UInt32 port,
                                                     LUMReadStreamRef *readStream, LUMWriteStreamRef *writeStream);
+/** A read and a write stream over an existing connected descriptor; either output may be NULL. The caller releases the streams it asked for. */
 LUM_EXPORT void LUMStreamCreatePairWithSocket(LUMAllocatorRef allocator, LUMSocketNativeHandle native, LUMReadStreamRef *readStream,
                                               LUMWriteStreamRef *writeStream);
-/** @} */
 /** Makes the socket from the signature; no connection is made. */
 LUM_EXPORT void LUMStreamCreatePairWithPeerSocketSignature(LUMAllocatorRef allocator, const LUMSocketSignature *signature,
                                                            LUMReadStreamRef *readStream, LUMWriteStreamRef *writeStream);

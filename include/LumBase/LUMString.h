@@ -19,7 +19,7 @@ enum { kLUMStringEncodingUTF8 = 0x08000100 };
 typedef LUMOptionFlags LUMCompareFlags; /**< Options of comparisons and searches. */
 enum {
     kLUMCompareCaseInsensitive = 1, /**< LUMStringCompare: ASCII letters fold to upper case */
-    kLUMCompareBackwards = 4        /* LUMStringFindWithOptions: last position first */
+    kLUMCompareBackwards = 4        /**< LUMStringFindWithOptions: last position first */
 };
 
 /** A caller-owned cache for reading a string's characters in sequence. Fill it
@@ -146,12 +146,12 @@ LUM_EXPORT void LUMStringReplaceAll(LUMMutableStringRef str, LUMStringRef replac
 /** Orders by code unit; only kLUMCompareCaseInsensitive (ASCII letters fold
  * to upper case) is accepted. */
 LUM_EXPORT LUMComparisonResult LUMStringCompare(LUMStringRef a, LUMStringRef b, LUMCompareFlags compareOptions);
-/** @{ */
 /** As LUMStringCompare, with a's characters taken from rangeOfA. */
 LUM_EXPORT LUMComparisonResult LUMStringCompareWithOptions(LUMStringRef a, LUMStringRef b, LUMRange rangeOfA, LUMCompareFlags compareOptions);
+/** Whether str begins with the units of prefix. */
 LUM_EXPORT Boolean LUMStringHasPrefix(LUMStringRef str, LUMStringRef prefix);
+/** Whether str ends with the units of suffix. */
 LUM_EXPORT Boolean LUMStringHasSuffix(LUMStringRef str, LUMStringRef suffix);
-/** @} */
 /** Searches the whole string; (kLUMNotFound, 0) when absent. When stringToFind
  * is longer than str the result is not set by the search (see below). */
 LUM_EXPORT LUMRange LUMStringFind(LUMStringRef str, LUMStringRef stringToFind, LUMCompareFlags compareOptions);

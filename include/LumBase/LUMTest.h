@@ -47,11 +47,10 @@ LUM_EXPORT void LUMTestAddTest(LUMTestRef suite, LUMTestRef test);
 /** Runs the tree, printing progress and a summary; true when no assertion
  * failed. */
 LUM_EXPORT Boolean LUMTestRun(LUMTestRef test);
-/** @{ */
 /** Prints "." for a passed assertion, the message for a failed one. */
 LUM_EXPORT void LUMTestAssert(LUMTestRef test, Boolean condition, LUMStringRef message);
+/** Marks the test skipped and prints message. */
 LUM_EXPORT void LUMTestSkip(LUMTestRef test, LUMStringRef message);
-/** @} */
 
 /** The test's name (not retained for the caller). */
 LUM_EXPORT LUMStringRef LUMTestGetName(LUMTestRef test);

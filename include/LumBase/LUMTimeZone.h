@@ -32,17 +32,16 @@ LUM_EXPORT void LUMTimeZoneSetDefault(LUMTimeZoneRef tz);
 LUM_EXPORT LUMTimeZoneRef LUMTimeZoneCopySystem(void);
 /** Not available: ends the process ("Not yet implemented"). */
 LUM_EXPORT LUMStringRef LUMTimeZoneCopyAbbreviation(LUMTimeZoneRef tz, LUMAbsoluteTime at);
-/** @{ */
 /** A new array of the 547 names in table order. */
 LUM_EXPORT LUMArrayRef LUMTimeZoneCopyKnownNames(void);
+/** The zone's name, lent. */
 LUM_EXPORT LUMStringRef LUMTimeZoneGetName(LUMTimeZoneRef tz);
-/** @} */
-/** @{ */
 /** Standard plus daylight-saving offset in force at at (see the rules above). */
 LUM_EXPORT LUMTimeInterval LUMTimeZoneGetSecondsFromGMT(LUMTimeZoneRef tz, LUMAbsoluteTime at);
+/** Whether daylight-saving time is in force at at. */
 LUM_EXPORT Boolean LUMTimeZoneIsDaylightSavingTime(LUMTimeZoneRef tz, LUMAbsoluteTime at);
+/** The daylight-saving part of the offset at at (0 outside daylight-saving time). */
 LUM_EXPORT LUMTimeInterval LUMTimeZoneGetDaylightSavingTimeOffset(LUMTimeZoneRef tz, LUMAbsoluteTime at);
-/** @} */
 /** Returns at itself: it does not find the next transition. Callers must not
  * rely on it. */
 LUM_EXPORT LUMAbsoluteTime LUMTimeZoneGetNextDaylightSavingTimeTransition(LUMTimeZoneRef tz, LUMAbsoluteTime at);

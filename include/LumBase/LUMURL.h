@@ -30,12 +30,11 @@ LUM_EXPORT LUMTypeID LUMURLGetTypeID(void);
 /** A relative path gets a base for the current directory, captured now. */
 LUM_EXPORT LUMURLRef LUMURLCreateWithFileSystemPath(LUMAllocatorRef allocator, LUMStringRef filePath, LUMURLPathStyle pathStyle,
                                                     Boolean isDirectory);
-/** @{ */
 /** baseURL may be NULL: then a relative path stays relative. */
 LUM_EXPORT LUMURLRef LUMURLCreateWithFileSystemPathRelativeToBase(LUMAllocatorRef allocator, LUMStringRef filePath,
                                                                   LUMURLPathStyle pathStyle, Boolean isDirectory, LUMURLRef baseURL);
+/** The base URL the URL was made relative to, lent; NULL for none. */
 LUM_EXPORT LUMURLRef LUMURLGetBaseURL(LUMURLRef url);
-/** @} */
 /** The path as given, not resolved. */
 LUM_EXPORT LUMStringRef LUMURLCopyFileSystemPath(LUMURLRef url, LUMURLPathStyle pathStyle);
 /** A URL for the resolved path. (The resolved-path string it makes for this

@@ -48,25 +48,25 @@ LUM_EXPORT LUMWriteStreamRef LUMWriteStreamCreateWithAllocatedBuffers(LUMAllocat
 LUM_EXPORT Boolean LUMWriteStreamOpen(LUMWriteStreamRef stream);
 /** Closes the stream through its close callback (nothing without one); the stream stays the caller's to release. */
 LUM_EXPORT void LUMWriteStreamClose(LUMWriteStreamRef stream);
-/** @{ */
 /** The count written (per stream: may be less than asked, 0, or -1). */
 LUM_EXPORT LUMIndex LUMWriteStreamWrite(LUMWriteStreamRef stream, const UInt8 *buffer, LUMIndex bufferLength);
+/** Whether a write would take bytes now (false without the callback). */
 LUM_EXPORT Boolean LUMWriteStreamCanAcceptBytes(LUMWriteStreamRef stream);
+/** The stream's status (0 without the callback). */
 LUM_EXPORT LUMStreamStatus LUMWriteStreamGetStatus(LUMWriteStreamRef stream);
-/** @} */
-/** @{ */
 /** Streams with the generic error callback end the process ("NYI"). */
 LUM_EXPORT LUMErrorRef LUMWriteStreamCopyError(LUMWriteStreamRef stream);
+/** A property's value, owned by the caller; NULL when the stream has no such property. */
 LUM_EXPORT LUMTypeRef LUMWriteStreamCopyProperty(LUMWriteStreamRef stream, LUMStringRef propertyName);
+/** Sets a property; true when the stream took it. */
 LUM_EXPORT Boolean LUMWriteStreamSetProperty(LUMWriteStreamRef stream, LUMStringRef propertyName, LUMTypeRef propertyValue);
-/** @} */
-/** @{ */
 /** events 0, or a NULL callback or context, removes the client. */
 LUM_EXPORT Boolean LUMWriteStreamSetClient(LUMWriteStreamRef stream, LUMOptionFlags streamEvents, LUMWriteStreamClientCallBack clientCB,
                                           LUMStreamClientContext *clientContext);
+/** Puts the stream's source on the run loop in runLoopMode, so that its client is called from the loop. */
 LUM_EXPORT void LUMWriteStreamScheduleWithRunLoop(LUMWriteStreamRef stream, LUMRunLoopRef runLoop, LUMStringRef runLoopMode);
+/** Takes the stream's source off runLoopMode. */
 LUM_EXPORT void LUMWriteStreamUnscheduleWithRunLoop(LUMWriteStreamRef stream, LUMRunLoopRef runLoop, LUMStringRef runLoopMode);
-/** @} */
 
 LUM_EXTERN_C_END
 
