@@ -133,13 +133,15 @@ LUMDataRef LUMDataCreate(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex
         // The library's own allocator: the bytes go in the record's block (a
         // caller's allocator sees the bytes' block, then the record's). An
         // immutable data object never grows, so the block never moves.
-        auto *data = lum::object<__LUMData>(lum::createInstance(allocator, LUMDataGetTypeID(), static_cast<size_t>(length)));
+        auto *data = lum::object<__LUMData>(lum::createSystemInstance(LUMDataGetTypeID(), sizeof(__LUMData) + static_cast<size_t>(length)));
         if (data == nullptr) return nullptr;
         data->bytes = reinterpret_cast<UInt8 *>(data + 1);
         if (length > 0) memcpy(data->bytes, bytes, static_cast<size_t>(length));
         data->length = length;
         data->capacity = length;
+        data->capacityHint = 0;
         data->bytesDeallocator = kLUMAllocatorNull;
+        data->isMutable = false;
         return data;
     }
     UInt8 *block = static_cast<UInt8 *>(LUMAllocatorAllocate(allocator, length > 0 ? length : 1, 0));

@@ -318,6 +318,22 @@ inline bool usesSystemAllocator(LUMAllocatorRef allocator)
 {
     return (allocator != nullptr ? allocator : LUMAllocatorGetDefault()) == kLUMAllocatorSystemDefault;
 }
+
+/* A new instance of class id from the system allocator, for a creator that
+ * fills every field after the header itself: the header as createInstance
+ * writes it (the constant system allocator takes no reference), without
+ * the clearing and the class initializer the creator would overwrite at
+ * once. NULL without memory. */
+inline LUMTypeRef createSystemInstance(LUMTypeID id, size_t bytes)
+{
+    auto *base = static_cast<LUMRuntimeBase *>(malloc(bytes));
+    if (base == nullptr) return nullptr;
+    base->magic = _kLUMRuntimeMagicAlive;
+    base->typeID = id;
+    base->retainCount = 1;
+    base->allocator = kLUMAllocatorSystemDefault;
+    return base;
+}
 } // namespace lum
 #endif
 

@@ -364,8 +364,13 @@ __LUMString *createInstance(LUMAllocatorRef allocator)
  * the record's own block; NULL without memory. */
 __LUMString *createOneBlockByteString(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex numBytes, LUMStringEncoding encoding)
 {
-    auto *ptr = lum::object<__LUMString>(lum::createInstance(allocator, LUMStringGetTypeID(), static_cast<size_t>(numBytes) + 1));
+    size_t textBytes = static_cast<size_t>(numBytes) + 1;
+    auto *ptr = lum::object<__LUMString>(lum::usesSystemAllocator(allocator)
+                                             ? lum::createSystemInstance(LUMStringGetTypeID(), sizeof(__LUMString) + textBytes)
+                                             : lum::createInstance(allocator, LUMStringGetTypeID(), textBytes));
     if (ptr == nullptr) return nullptr;
+    ptr->capacity = 0;
+    ptr->isMutable = 0;
     char *text = reinterpret_cast<char *>(ptr + 1);
     if (numBytes > 0) memcpy(text, bytes, static_cast<size_t>(numBytes));
     text[numBytes] = '\0';
@@ -539,9 +544,14 @@ LUMStringRef lum::createStringWithUnits(LUMAllocatorRef allocator, const UniChar
 {
     // Units need their alignment; the record's size keeps it on every platform.
     static_assert(sizeof(__LUMString) % alignof(UniChar) == 0);
-    auto *ptr = lum::object<__LUMString>(
-        lum::createInstance(allocator, LUMStringGetTypeID(), (static_cast<size_t>(length) + 1) * sizeof(UniChar)));
+    size_t unitBytes = (static_cast<size_t>(length) + 1) * sizeof(UniChar);
+    auto *ptr = lum::object<__LUMString>(lum::usesSystemAllocator(allocator)
+                                             ? lum::createSystemInstance(LUMStringGetTypeID(), sizeof(__LUMString) + unitBytes)
+                                             : lum::createInstance(allocator, LUMStringGetTypeID(), unitBytes));
     if (ptr == nullptr) return nullptr;
+    ptr->capacity = 0;
+    ptr->encoding = 0;
+    ptr->isMutable = 0;
     auto *copy = reinterpret_cast<UniChar *>(ptr + 1);
     if (length > 0) memcpy(copy, units, static_cast<size_t>(length) * sizeof(UniChar));
     copy[length] = 0;

@@ -339,3 +339,65 @@ TEST(LUMTypeAddresses, CallbackRecordsHoldTheExportedFunctions)
     EXPECT_EQ(reinterpret_cast<void *>(kLUMTypeArrayCallBacks.copyDescription), reinterpret_cast<void *>(&LUMCopyDescription));
     EXPECT_EQ(reinterpret_cast<void *>(kLUMTypeArrayCallBacks.equal), reinterpret_cast<void *>(&LUMEqual));
 }
+
+TEST(LUMType, ObjectsMadeStraightFromTheSystemAllocatorMatchThoseOfAnyOther)
+{
+    // Numbers, strings and data of the system allocator skip the clearing
+    // and class initializer their creators overwrite; the objects must be
+    // what the general path makes with any other allocator.
+    CountingAllocator counting;
+    struct Pair {
+        LUMTypeRef system;
+        LUMTypeRef other;
+    };
+    int32_t integer = -7;
+    double real = 2.5;
+    UniChar units[] = {'w', 0xE9, 'x'};
+    const UInt8 bytes[] = {1, 2, 3, 0, 5};
+    LUMStringRef unitText = LUMStringCreateWithCharacters(counting.allocator, units, 3);
+    std::vector<Pair> pairs = {
+        {LUMNumberCreate(kLUMAllocatorSystemDefault, kLUMNumberSInt32Type, &integer), LUMNumberCreate(counting.allocator, kLUMNumberSInt32Type, &integer)},
+        {LUMNumberCreate(nullptr, kLUMNumberDoubleType, &real), LUMNumberCreate(counting.allocator, kLUMNumberDoubleType, &real)},
+        {LUMStringCreateWithCString(nullptr, "caf\xC3\xA9", kLUMStringEncodingUTF8),
+         LUMStringCreateWithCString(counting.allocator, "caf\xC3\xA9", kLUMStringEncodingUTF8)},
+        {LUMStringCreateWithFormat(nullptr, nullptr, LUMSTR("%@"), unitText), LUMStringCreateWithCharacters(counting.allocator, units, 3)},
+        {LUMDataCreate(nullptr, bytes, 5), LUMDataCreate(counting.allocator, bytes, 5)},
+        {LUMDataCreate(nullptr, bytes, 0), LUMDataCreate(counting.allocator, bytes, 0)},
+    };
+    for (const Pair &pair : pairs) {
+        ASSERT_NE(pair.system, nullptr);
+        ASSERT_NE(pair.other, nullptr);
+        EXPECT_EQ(LUMGetAllocator(pair.system), kLUMAllocatorSystemDefault);
+        EXPECT_EQ(LUMGetAllocator(pair.other), counting.allocator);
+        EXPECT_EQ(LUMGetTypeID(pair.system), LUMGetTypeID(pair.other));
+        EXPECT_EQ(LUMGetRetainCount(pair.system), 1);
+        EXPECT_TRUE(LUMEqual(pair.system, pair.other));
+        if (LUMGetTypeID(pair.system) != LUMDataGetTypeID()) { // data objects hash by address
+            EXPECT_EQ(LUMHash(pair.system), LUMHash(pair.other));
+        }
+        if (LUMGetTypeID(pair.system) == LUMStringGetTypeID()) {
+            auto *a = static_cast<const __LUMString *>(pair.system);
+            auto *b = static_cast<const __LUMString *>(pair.other);
+            EXPECT_EQ(a->bufferType, b->bufferType);
+            EXPECT_EQ(a->length, b->length);
+            EXPECT_EQ(a->capacity, 0);
+            EXPECT_EQ(a->isMutable, 0);
+            EXPECT_EQ(a->encoding, b->encoding);
+        }
+        if (LUMGetTypeID(pair.system) == LUMNumberGetTypeID()) {
+            auto *a = static_cast<LUMNumberRef>(pair.system);
+            EXPECT_EQ(LUMNumberGetType(a), LUMNumberGetType(static_cast<LUMNumberRef>(pair.other)));
+        }
+        if (LUMGetTypeID(pair.system) == LUMDataGetTypeID()) {
+            auto *a = static_cast<LUMDataRef>(pair.system);
+            EXPECT_EQ(LUMDataGetLength(a), LUMDataGetLength(static_cast<LUMDataRef>(pair.other)));
+            // Immutable: editing ends the process with the data module's own assertion.
+            ChildResult child = RunInChild([a, &bytes] { LUMDataAppendBytes(const_cast<LUMMutableDataRef>(a), bytes, 1); });
+            EXPECT_EQ(child.exitStatus, 1);
+        }
+        LUMRelease(pair.system);
+        LUMRelease(pair.other);
+    }
+    LUMRelease(unitText);
+    EXPECT_EQ(counting.allocations, counting.deallocations);
+}
