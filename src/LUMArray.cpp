@@ -224,6 +224,30 @@ LUMArrayRef lum::createArrayAdopting(LUMAllocatorRef allocator, const void *cons
     return array;
 }
 
+void lum::fillArrayAdopting(LUMMutableArrayRef array, const void *const *values, LUMIndex count)
+{
+    if (count == 0) return;
+    bool fits = array->count == 0 && count <= array->slotCount;
+    if (!fits && array->count == 0) {
+        // Exactly the slots needed, in a block of their own (later growth
+        // doubles from there as always).
+        LUMIndex bytes = lum::blockBytes(count, sizeof(void *));
+        void *slots = bytes < 0 ? nullptr : LUMAllocatorAllocate(LUMGetAllocator(array), bytes, 0);
+        if (slots != nullptr) {
+            if (!hasInlineSlots(array)) LUMAllocatorDeallocate(LUMGetAllocator(array), array->values);
+            array->values = static_cast<const void **>(slots);
+            array->slotCount = count;
+            fits = true;
+        }
+    }
+    if (!fits) {
+        for (LUMIndex i = 0; i < count; i++) LUMRelease(values[i]);
+        return;
+    }
+    memcpy(array->values, values, static_cast<size_t>(count) * sizeof(void *));
+    array->count = count;
+}
+
 LUMArrayRef LUMArrayCreateCopy(LUMAllocatorRef allocator, LUMArrayRef array) { return copyArray(allocator, array, false); }
 
 LUMMutableArrayRef LUMArrayCreateMutable(LUMAllocatorRef allocator, LUMIndex capacity, const LUMArrayCallBacks *callBacks)

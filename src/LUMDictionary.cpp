@@ -377,6 +377,30 @@ namespace {
 
 size_t bucketOf(LUMHashCode hash, size_t capacity);
 
+/* Room for slots slots in an empty dictionary (moved out of the record's
+ * block when they were there); false, with nothing changed, without memory. */
+bool growSlots(__LUMDictionary *d, LUMIndex slots)
+{
+    size_t bytes = static_cast<size_t>(slots) * sizeof(void *);
+    auto keys = static_cast<const void **>(LUMAllocatorAllocate(LUMGetAllocator(d), static_cast<LUMIndex>(bytes), 0));
+    auto values = static_cast<const void **>(LUMAllocatorAllocate(LUMGetAllocator(d), static_cast<LUMIndex>(bytes), 0));
+    if (keys == nullptr || values == nullptr) {
+        LUMAllocatorDeallocate(LUMGetAllocator(d), keys);
+        LUMAllocatorDeallocate(LUMGetAllocator(d), values);
+        return false;
+    }
+    _LUMZeroMemory(keys, bytes);
+    _LUMZeroMemory(values, bytes);
+    if (!hasInlineSlots(d)) {
+        LUMAllocatorDeallocate(LUMGetAllocator(d), d->keys);
+        LUMAllocatorDeallocate(LUMGetAllocator(d), d->values);
+    }
+    d->keys = keys;
+    d->values = values;
+    d->slotCount = slots;
+    return true;
+}
+
 /* Keeps the first of each text among keys, giving it the last value that
  * text had, as a sequence of LUMDictionarySetValue calls would: a later
  * duplicate's key and the value it replaces are released. The kept pairs
@@ -430,25 +454,29 @@ LUMIndex mergeDuplicateKeys(const void **keys, const void **values, LUMIndex cou
 
 } // namespace
 
-LUMMutableDictionaryRef lum::createDictionarySetting(LUMAllocatorRef allocator, const void **keys, const void **values, LUMIndex count)
+void lum::fillDictionarySetting(LUMMutableDictionaryRef dictionary, const void **keys, const void **values, LUMIndex count)
 {
-    bool allStrings = true;
+    __LUMDictionary *d = dictionary;
+    bool allStrings = d->count == 0 && lum::existingTextIndex(d) == nullptr;
     for (LUMIndex i = 0; i < count && allStrings; i++) allStrings = isString(keys[i]);
     LUMIndex kept = allStrings ? mergeDuplicateKeys(keys, values, count) : -1;
-    if (kept >= 0) {
-        LUMDictionaryRef d = createDictionaryAdopting(allocator, keys, values, kept, true);
-        if (d != nullptr) return const_cast<LUMMutableDictionaryRef>(d);
-        count = kept;
+    if (kept >= 0 && (kept <= d->slotCount || growSlots(d, kept))) {
+        // Distinct keys into an empty dictionary: slot order is their order.
+        if (kept > 0) {
+            memcpy(d->keys, keys, static_cast<size_t>(kept) * sizeof(void *));
+            memcpy(d->values, values, static_cast<size_t>(kept) * sizeof(void *));
+        }
+        d->count = kept;
+        return;
     }
+    if (kept >= 0) count = kept;
     // Anything else (a null key counts without a slot, for one) goes through
     // the calls themselves.
-    LUMMutableDictionaryRef d = LUMDictionaryCreateMutable(allocator, 0, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
     for (LUMIndex i = 0; i < count; i++) {
-        if (d != nullptr) LUMDictionarySetValue(d, keys[i], values[i]);
+        LUMDictionarySetValue(d, keys[i], values[i]);
         LUMRelease(keys[i]);
         LUMRelease(values[i]);
     }
-    return d;
 }
 
 LUMDictionaryRef LUMDictionaryCreateCopy(LUMAllocatorRef allocator, LUMDictionaryRef dictionary)

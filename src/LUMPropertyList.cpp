@@ -253,11 +253,11 @@ private:
 
 /* Where values go when nobody watches the allocator: nothing reads a
  * container before the read ends, so each open container keeps its
- * entries on a private stack and is made, filled, when it closes (or when
- * the read ends with it open). The container a value opens takes its place
- * among its parent's entries at once, as a placeholder that its closing
- * fills in; the tree that results is the one placing each value at once
- * makes. */
+ * entries on a private stack and takes them all at once when it closes (or
+ * when the read ends with it open). The container itself is made when it
+ * opens, and takes its place among its parent's entries then, so that the
+ * tree is laid out in memory in the order it is read; the tree that results
+ * is the one placing each value at once makes. */
 class TreeBuilder {
 public:
     TreeBuilder() = default;
@@ -276,31 +276,33 @@ public:
         entries_[count_++] = {key, value};
     }
 
-    /* Opens a container in the place of the entry just made. */
-    void open(bool isDictionary, int32_t outerMode)
+    /* Opens container (just placed) to take the entries that follow; the
+     * frame holds a reference of its own until the container closes. */
+    void open(LUMTypeRef container, bool isDictionary, int32_t outerMode)
     {
         if (depth_ == frameCapacity_ && !grow(frames_, frameCapacity_, depth_ + 1)) return;
-        frames_[depth_++] = {outerMode, count_ - 1, count_, isDictionary};
+        frames_[depth_++] = {outerMode, LUMRetain(container), count_, isDictionary};
     }
 
     bool hasOpenContainer() const { return depth_ > 0; }
 
-    /* Makes the innermost open container from its entries; its outer mode. */
-    int32_t close(LUMAllocatorRef allocator)
+    /* Gives the innermost open container its entries; its outer mode. */
+    int32_t close()
     {
         Frame frame = frames_[--depth_];
         Entry *first = entries_ + frame.firstEntry;
         LUMIndex count = static_cast<LUMIndex>(count_ - frame.firstEntry);
-        LUMTypeRef container = frame.isDictionary ? makeDictionary(allocator, first, count) : makeArray(allocator, first, count);
+        if (frame.isDictionary) fillDictionary(frame.container, first, count);
+        else fillArray(frame.container, first, count);
+        LUMRelease(frame.container);
         count_ = frame.firstEntry;
-        entries_[frame.placeholder].value = container;
         return frame.outerMode;
     }
 
     /* Closes what is open; the first top-level value, with its reference. */
-    LUMTypeRef finish(LUMAllocatorRef allocator)
+    LUMTypeRef finish()
     {
-        while (depth_ > 0) close(allocator);
+        while (depth_ > 0) close();
         LUMTypeRef first = nullptr;
         for (size_t i = 0; i < count_; i++) {
             if (first == nullptr) first = entries_[i].value;
@@ -316,6 +318,7 @@ public:
             LUMRelease(entries_[i].key);
             LUMRelease(entries_[i].value);
         }
+        for (size_t i = 0; i < depth_; i++) LUMRelease(frames_[i].container);
         free(entries_);
         free(frames_);
         entries_ = nullptr;
@@ -330,7 +333,7 @@ private:
     };
     struct Frame {
         int32_t outerMode;
-        size_t placeholder; // the entry the container goes into
+        LUMTypeRef container;
         size_t firstEntry;
         bool isDictionary;
     };
@@ -346,7 +349,7 @@ private:
         return true;
     }
 
-    static LUMTypeRef makeArray(LUMAllocatorRef allocator, Entry *entries, LUMIndex count)
+    static void fillArray(LUMTypeRef array, Entry *entries, LUMIndex count)
     {
         // The values side by side, in the entries' own memory.
         auto **values = reinterpret_cast<const void **>(entries);
@@ -354,30 +357,26 @@ private:
         for (LUMIndex i = 0; i < count; i++) {
             if (entries[i].value != nullptr) values[kept++] = entries[i].value;
         }
-        LUMTypeRef array = lum::createArrayAdopting(allocator, values, kept, true);
-        if (array == nullptr) {
-            for (LUMIndex i = 0; i < kept; i++) LUMRelease(values[i]);
-        }
-        return array;
+        lum::fillArrayAdopting(static_cast<LUMMutableArrayRef>(const_cast<void *>(array)), values, kept);
     }
 
-    static LUMTypeRef makeDictionary(LUMAllocatorRef allocator, Entry *entries, LUMIndex count)
+    static void fillDictionary(LUMTypeRef dictionary, Entry *entries, LUMIndex count)
     {
+        // Keys and values apart, in the entries' own memory: keys first.
         auto *keys = reinterpret_cast<const void **>(entries);
         const void **values = keys + count;
-        // Keys and values apart, in place: keys first, then values.
         lum::TempBuffer<const void *, 64> staged(static_cast<size_t>(count));
         if (staged.get() == nullptr) {
             for (LUMIndex i = 0; i < count; i++) {
                 LUMRelease(entries[i].key);
                 LUMRelease(entries[i].value);
             }
-            return nullptr;
+            return;
         }
         for (LUMIndex i = 0; i < count; i++) staged.get()[i] = entries[i].value;
         for (LUMIndex i = 0; i < count; i++) keys[i] = entries[i].key;
         memcpy(values, staged.get(), static_cast<size_t>(count) * sizeof(void *));
-        return lum::createDictionarySetting(allocator, keys, values, count);
+        lum::fillDictionarySetting(static_cast<LUMMutableDictionaryRef>(const_cast<void *>(dictionary)), keys, values, count);
     }
 
     Entry *entries_ = nullptr;
@@ -511,8 +510,8 @@ LUMStringRef createBufferString(const ParseContext &c)
     return lum::createStringWithUnits(c.allocator, c.buffer.units(), c.buffer.count());
 }
 
-/* Places a value (or, for a container that opens, its place) with the tree
- * builder, by the mode, and opens the container with a push mode. The
+/* Places a value with the tree builder, by the mode, and with a push mode
+ * opens it as the container that takes the values that follow. The
  * automaton opens containers only in modes 0, 1 and 4. */
 void placePrivately(ParseContext &c, LUMTypeRef value, int32_t pushMode)
 {
@@ -530,7 +529,7 @@ void placePrivately(ParseContext &c, LUMTypeRef value, int32_t pushMode)
         return;
     }
     if (pushMode != 0) {
-        c.builder.open(pushMode == kModeKey, c.mode);
+        c.builder.open(value, pushMode == kModeKey, c.mode);
         c.mode = pushMode;
     }
 }
@@ -557,8 +556,6 @@ void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t
             int32_t integer = bufferIntValue(c.buffer);
             value = LUMNumberCreate(c.allocator, kLUMNumberSInt32Type, &integer);
         }
-    } else if (c.buffer.isPrivate() && (type == c.types.dictionary || type == c.types.array)) {
-        value = nullptr; // made when it closes
     } else if (type == c.types.dictionary) {
         value = LUMDictionaryCreateMutable(c.allocator, 0, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
     } else if (type == c.types.array) {
@@ -567,7 +564,7 @@ void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t
         value = createBufferString(c);
     }
     if (c.buffer.isPrivate()) {
-        if (value != nullptr || pushMode != 0) placePrivately(c, value, pushMode);
+        if (value != nullptr) placePrivately(c, value, pushMode);
     } else if (value != nullptr) {
         if (c.mode == kModeTop || c.mode == kModeArray) {
             LUMArrayAppendValue(static_cast<LUMMutableArrayRef>(const_cast<void *>(c.container)), value);
@@ -596,7 +593,7 @@ bool __LUMPropertyListContextPopMode(ParseContext &c, int32_t expectedMode)
     if (c.mode != expectedMode) return false;
     if (c.buffer.isPrivate()) {
         if (!c.builder.hasOpenContainer()) return false;
-        c.mode = c.builder.close(c.allocator);
+        c.mode = c.builder.close();
         return true;
     }
     if (c.stack.isEmpty()) return false;
@@ -1172,7 +1169,7 @@ LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef allocator, LU
     if (error != nullptr) *error = nullptr;
     LUMPropertyListRef result;
     if (observed) result = LUMArrayGetCount(root) > 0 ? LUMRetain(LUMArrayGetValueAtIndex(root, 0)) : nullptr;
-    else result = c.builder.finish(allocator);
+    else result = c.builder.finish();
     LUMRelease(c.pendingKey);
     LUMRelease(c.container);
     c.stack.release();
