@@ -1728,7 +1728,7 @@ LUMStringRef LUMStringCreateWithFormatAndArguments(LUMAllocatorRef allocator, LU
     // allocator gets one block.
     FormatSink sink(nullptr);
     __LUMStringAppendWithFormatAndArguments(sink, format, arguments);
-    if (resolvedAllocator(allocator) == kLUMAllocatorSystemDefault) return lum::createStringWithUnits(allocator, sink.units(), sink.count());
+    if (lum::usesSystemAllocator(allocator)) return lum::createStringWithUnits(allocator, sink.units(), sink.count());
     return LUMStringCreateWithCharacters(allocator, sink.units(), sink.count());
 }
 

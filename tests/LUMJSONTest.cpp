@@ -29,14 +29,6 @@ std::string SourceDir() { return LUM_TEST_SOURCE_DIR; }
 std::string ParsingDir() { return SourceDir() + "/../shared/corpus/json-parsing"; }
 std::string BenchDir() { return SourceDir() + "/../shared/corpus/json-bench"; }
 
-std::string FileBytes(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    return buffer.str();
-}
-
 LUMDataRef DataOf(const std::string &bytes)
 {
     return LUMDataCreate(nullptr, reinterpret_cast<const UInt8 *>(bytes.data()), static_cast<LUMIndex>(bytes.size()));
@@ -243,7 +235,7 @@ TEST(LUMJSONCorpus, EveryAcceptFileReads)
     if (files.empty()) GTEST_SKIP() << "no corpus beside the repository";
     for (const auto &name : files) {
         LUMErrorRef error = nullptr;
-        LUMPropertyListRef plist = Read(FileBytes(ParsingDir() + "/" + name), &error);
+        LUMPropertyListRef plist = Read(FileText(ParsingDir() + "/" + name), &error);
         EXPECT_NE(plist, nullptr) << name << ": " << (error ? TakeText(LUMErrorCopyDescription(error)) : "");
         EXPECT_EQ(error, nullptr) << name;
         if (error != nullptr) LUMRelease(error);
@@ -258,7 +250,7 @@ TEST(LUMJSONCorpus, EveryRejectFileFailsWithAPositionAndLeavesNothing)
     if (files.empty()) GTEST_SKIP() << "no corpus beside the repository";
     CountingAllocator counting;
     for (const auto &name : files) {
-        std::string bytes = FileBytes(ParsingDir() + "/" + name);
+        std::string bytes = FileText(ParsingDir() + "/" + name);
         LUMErrorRef error = nullptr;
         LUMPropertyListRef plist = Read(bytes, &error, 0, counting.allocator);
         EXPECT_EQ(plist, nullptr) << name;
@@ -319,15 +311,15 @@ TEST(LUMJSONCorpus, ImplementationDefinedFilesAsDecided)
         {"i_string_utf16LE_no_BOM.json", "<error 1: Unexpected byte 0x00 at line 1, column 2>", "UTF-8 only"},
         {"i_structure_UTF-8_BOM_empty_object.json", "{}", "a UTF-8 byte order mark is ignored, as the RFC allows"},
     };
-    for (const auto &c : cases) EXPECT_EQ(ReadCanonical(FileBytes(ParsingDir() + "/" + c.file)), c.result) << c.file << " (" << c.reason << ")";
+    for (const auto &c : cases) EXPECT_EQ(ReadCanonical(FileText(ParsingDir() + "/" + c.file)), c.result) << c.file << " (" << c.reason << ")";
     // Integers beyond 64 bits: the nearest double, as the C library's
     // correctly rounding strtod gives it.
     for (const char *file : {"i_number_too_big_neg_int.json", "i_number_too_big_pos_int.json", "i_number_very_big_negative_int.json"}) {
-        std::string text = FileBytes(ParsingDir() + "/" + file);
+        std::string text = FileText(ParsingDir() + "/" + file);
         EXPECT_EQ(ReadCanonical(text), "[d" + HexBits(strtod(text.c_str() + 1, nullptr)) + ",]") << file;
     }
     // 500 nested arrays: no depth limit.
-    std::string nested = ReadCanonical(FileBytes(ParsingDir() + "/i_structure_500_nested_arrays.json"));
+    std::string nested = ReadCanonical(FileText(ParsingDir() + "/i_structure_500_nested_arrays.json"));
     std::string expected;
     for (int i = 0; i < 500; i++) expected += "[";
     for (int i = 0; i < 499; i++) expected += "],";
@@ -904,7 +896,7 @@ TEST(LUMJSONWrite, ValuesJSONCannotHoldAreErrorsNotOutput)
 TEST(LUMJSONRoundTrip, BenchmarkDocumentsComeBackEqualWithEveryDoubleExact)
 {
     for (const char *name : {"canada", "citm_catalog", "twitter"}) {
-        std::string text = FileBytes(BenchDir() + "/" + name + ".json");
+        std::string text = FileText(BenchDir() + "/" + name + ".json");
         if (text.empty()) GTEST_SKIP() << "no benchmark documents beside the repository";
         LUMPropertyListRef first = Read(text);
         ASSERT_NE(first, nullptr) << name;
@@ -971,7 +963,7 @@ TEST(LUMJSONDifferential, ReadsAndWritesAsPythonsJSONModuleReads)
     Oracle("generate " + directory + " " + std::to_string(generated) + " 20261123");
     std::vector<std::string> originals;
     for (int i = 0; i < generated; i++) originals.push_back(directory + "/gen_" + std::to_string(i) + ".json");
-    if (!FileBytes(BenchDir() + "/twitter.json").empty())
+    if (!FileText(BenchDir() + "/twitter.json").empty())
         for (const char *name : {"canada", "citm_catalog", "twitter"}) originals.push_back(BenchDir() + "/" + name + ".json");
 
     // Reading: the same values as Python reads from the same bytes.
@@ -983,7 +975,7 @@ TEST(LUMJSONDifferential, ReadsAndWritesAsPythonsJSONModuleReads)
     std::vector<std::string> written;
     for (size_t i = 0; i < originals.size(); i++) {
         LUMErrorRef error = nullptr;
-        LUMPropertyListRef plist = Read(FileBytes(originals[i]), &error);
+        LUMPropertyListRef plist = Read(FileText(originals[i]), &error);
         ASSERT_NE(plist, nullptr) << originals[i] << ": " << (error ? TakeText(LUMErrorCopyDescription(error)) : "");
         EXPECT_EQ(Canonical(plist), expected[i]) << originals[i];
         std::string path = directory + "/written_" + std::to_string(i) + ".json";

@@ -19,14 +19,6 @@ using namespace lumtest;
 
 namespace {
 
-std::string FileText(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    return buffer.str();
-}
-
 /* Everything a reader's tree can differ in: retain counts, number kinds
  * and bits, every unit of every string, the dictionaries' counts and slot
  * order. */

@@ -468,14 +468,6 @@ bool ReadWithoutLeaks(const std::string &json, std::string *shape = nullptr)
     return clean;
 }
 
-std::string FileText(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    return buffer.str();
-}
-
 std::string CorpusDir() { return std::string(LUM_TEST_SOURCE_DIR) + "/../shared/corpus/json-parsing"; }
 
 } // namespace

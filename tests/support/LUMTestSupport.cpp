@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <regex>
+#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -261,6 +263,14 @@ void LoggingRelease(const void *value)
 }
 
 Boolean ScanningEqual(const void *a, const void *b) { return LUMEqual(a, b); }
+
+std::string FileText(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream buffer;
+    buffer << in.rdbuf();
+    return buffer.str();
+}
 
 bool UseDecimalCommaLocale()
 {

@@ -115,6 +115,9 @@ const void *LoggingRetain(const void *value);
 void LoggingRelease(const void *value);
 Boolean ScanningEqual(const void *a, const void *b);
 
+/* The whole content of a file, byte for byte ("" when it cannot be read). */
+std::string FileText(const std::string &path);
+
 /* Switches LC_NUMERIC to a locale whose decimal point is a comma: an
  * installed one, or one compiled with localedef into a directory of its
  * own. False when neither is possible here. Meant for a child process:
