@@ -239,6 +239,8 @@ LUMTypeRef createInstance(LUMAllocatorRef allocator, LUMTypeID id, size_t extraB
  * ASCII without NUL. */
 LUMStringRef createStringWithASCII(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex length);
 LUMStringRef createStringWithUnits(LUMAllocatorRef allocator, const UniChar *units, LUMIndex length);
+/* The unit string of length units, each one byte of bytes as it is. */
+LUMStringRef createStringWithByteUnits(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex length);
 /* An array or dictionary with the library's own callbacks that takes over
  * one reference to each value (and key) given. Keys must be distinct. On
  * failure (NULL) the references are still the caller's. */

@@ -171,6 +171,22 @@ public:
         else count_ = 0;
     }
 
+    /* Private buffer only: the units as a block of the system allocator,
+     * now the caller's (NULL without memory); the buffer starts afresh. */
+    UniChar *takeUnits()
+    {
+        UniChar *units = units_;
+        if (capacity_ > count_) {
+            // Shrinking keeps the block where it is; only its tail is given back.
+            void *fitted = realloc(units_, static_cast<size_t>(count_ > 0 ? count_ : 1) * sizeof(UniChar));
+            if (fitted == nullptr) return nullptr;
+            units = static_cast<UniChar *>(fitted);
+        }
+        units_ = nullptr;
+        count_ = capacity_ = 0;
+        return units;
+    }
+
     void copyLastSix(UniChar (&units)[6]) const
     {
         LUMIndex length = count();
@@ -504,10 +520,23 @@ double bufferDoubleValue(const ParseContext &c)
     return valueOfUnits(buffer, LUMStringGetDoubleValue);
 }
 
-LUMStringRef createBufferString(const ParseContext &c)
+/* From this many units on, a string takes the private buffer's block as
+ * its own rather than a copy of it: a long text is not copied again, and
+ * the string is laid out as the public creator lays it out. */
+constexpr LUMIndex kHandedOverUnits = 4096;
+
+LUMStringRef createBufferString(ParseContext &c)
 {
     if (!c.buffer.isPrivate()) return LUMStringCreateCopy(c.allocator, c.buffer.string());
-    return lum::createStringWithUnits(c.allocator, c.buffer.units(), c.buffer.count());
+    LUMIndex count = c.buffer.count();
+    if (count >= kHandedOverUnits) {
+        if (UniChar *units = c.buffer.takeUnits()) {
+            LUMStringRef string = LUMStringCreateWithCharactersNoCopy(c.allocator, units, count, kLUMAllocatorSystemDefault);
+            if (string == nullptr) free(units);
+            return string;
+        }
+    }
+    return lum::createStringWithUnits(c.allocator, c.buffer.units(), count);
 }
 
 /* Places a value with the tree builder, by the mode, and with a push mode
@@ -534,35 +563,33 @@ void placePrivately(ParseContext &c, LUMTypeRef value, int32_t pushMode)
     }
 }
 
-/* Makes the value the buffer and the value type describe, places it by the
- * mode and, with a push mode, makes it the current container. */
-void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t pushMode)
+/* The value the buffer and the value type describe; NULL for none. */
+LUMTypeRef createValue(ParseContext &c)
 {
-    LUMTypeRef value = nullptr;
     LUMTypeID type = c.valueType;
-    if (type == 0) {
-        value = nullptr;
-    } else if (type == c.types.null) {
-        value = kLUMNull;
-    } else if (type == c.types.boolean) {
-        value = bufferIsTrue(c.buffer) ? kLUMBooleanTrue : kLUMBooleanFalse;
-    } else if (type == c.types.number) {
+    if (type == 0) return nullptr;
+    if (type == c.types.null) return kLUMNull;
+    if (type == c.types.boolean) return bufferIsTrue(c.buffer) ? kLUMBooleanTrue : kLUMBooleanFalse;
+    if (type == c.types.number) {
         // The kind comes from bit 1 of the state word at completion, not from
         // the fraction flag: deliberate.
         if (c.state & 2) {
             double real = bufferDoubleValue(c);
-            value = LUMNumberCreate(c.allocator, kLUMNumberDoubleType, &real);
-        } else {
-            int32_t integer = bufferIntValue(c.buffer);
-            value = LUMNumberCreate(c.allocator, kLUMNumberSInt32Type, &integer);
+            return LUMNumberCreate(c.allocator, kLUMNumberDoubleType, &real);
         }
-    } else if (type == c.types.dictionary) {
-        value = LUMDictionaryCreateMutable(c.allocator, 0, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
-    } else if (type == c.types.array) {
-        value = LUMArrayCreateMutable(c.allocator, 0, &kLUMTypeArrayCallBacks);
-    } else if (type == c.types.string) {
-        value = createBufferString(c);
+        int32_t integer = bufferIntValue(c.buffer);
+        return LUMNumberCreate(c.allocator, kLUMNumberSInt32Type, &integer);
     }
+    if (type == c.types.dictionary) return LUMDictionaryCreateMutable(c.allocator, 0, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
+    if (type == c.types.array) return LUMArrayCreateMutable(c.allocator, 0, &kLUMTypeArrayCallBacks);
+    if (type == c.types.string) return createBufferString(c);
+    return nullptr;
+}
+
+/* Places value (NULL: nothing) by the mode and, with a push mode, makes it
+ * the current container; the buffer and the value type start afresh. */
+void placeValue(ParseContext &c, LUMTypeRef value, int32_t pushMode)
+{
     if (c.buffer.isPrivate()) {
         if (value != nullptr) placePrivately(c, value, pushMode);
     } else if (value != nullptr) {
@@ -588,6 +615,13 @@ void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t
     c.valueType = 0;
 }
 
+/* Makes the value the buffer and the value type describe, places it by the
+ * mode and, with a push mode, makes it the current container. */
+void __LUMPropertyListContextParseJSONParseStringBuffer(ParseContext &c, int32_t pushMode)
+{
+    placeValue(c, createValue(c), pushMode);
+}
+
 bool __LUMPropertyListContextPopMode(ParseContext &c, int32_t expectedMode)
 {
     if (c.mode != expectedMode) return false;
@@ -602,58 +636,116 @@ bool __LUMPropertyListContextPopMode(ParseContext &c, int32_t expectedMode)
     return true;
 }
 
+/* ---- The actions ----------------------------------------------------------
+ * Each is what the automaton does on the byte that calls it, the byte's
+ * own append aside; false fails the step. */
+
+/* Actions that remove or clear the byte they were called on: with the
+ * observed string the append and its removal are calls the allocator has
+ * always seen, so they are made; the private buffer leaves the byte out. */
+constexpr bool discardsItsByte(int8_t action)
+{
+    return (action <= -2 && action >= -9) || action == -21;
+}
+
+void takeBackUnit(ParseContext &c)
+{
+    if (!c.buffer.isPrivate()) removeLastUnit(c);
+}
+
+bool takeColon(ParseContext &c) // -2
+{
+    takeBackUnit(c);
+    __LUMPropertyListContextParseJSONParseStringBuffer(c, 0);
+    if (c.mode != kModeKey) return false;
+    c.mode = kModeValue;
+    c.state = 5;
+    return true;
+}
+
+bool takeComma(ParseContext &c) // -3
+{
+    takeBackUnit(c);
+    __LUMPropertyListContextParseJSONParseStringBuffer(c, 0);
+    if (c.mode == kModeArray) c.state = 5;
+    else if (c.mode == kModeValue) { c.state = 3; c.mode = kModeKey; }
+    else return false;
+    return true;
+}
+
+/* The string made, placed as a key or a value. */
+bool endString(ParseContext &c, LUMTypeRef string)
+{
+    placeValue(c, string, 0);
+    if (c.mode == kModeKey) c.state = 4;
+    else if (c.mode == kModeValue || c.mode == kModeArray) c.state = 1;
+    else return false;
+    return true;
+}
+
+bool takeClosingQuote(ParseContext &c) // -4
+{
+    takeBackUnit(c);
+    return endString(c, createValue(c));
+}
+
+void openArray(ParseContext &c) // -5
+{
+    c.valueType = c.types.array;
+    __LUMPropertyListContextParseJSONParseStringBuffer(c, kModeArray);
+    c.state = 6;
+}
+
+void openObject(ParseContext &c) // -6
+{
+    c.valueType = c.types.dictionary;
+    __LUMPropertyListContextParseJSONParseStringBuffer(c, kModeKey);
+    c.state = 2;
+}
+
+bool closeContainer(ParseContext &c, int32_t expectedMode) // -7 ']', -8 '}' after a value
+{
+    takeBackUnit(c);
+    __LUMPropertyListContextParseJSONParseStringBuffer(c, 0);
+    if (!__LUMPropertyListContextPopMode(c, expectedMode)) return false;
+    c.state = 1;
+    return true;
+}
+
+bool closeEmptyObject(ParseContext &c) // -9
+{
+    clearBuffer(c);
+    if (!__LUMPropertyListContextPopMode(c, kModeKey)) return false;
+    c.state = 1;
+    return true;
+}
+
+void openString(ParseContext &c) // -17
+{
+    clearBuffer(c);
+    c.valueType = c.types.string;
+    c.state = 7;
+}
+
+void startNumber(ParseContext &c, int32_t state) // -18 '-', -19 '0', -20 1-9
+{
+    c.valueType = c.types.number;
+    c.flags &= ~kFlagFraction;
+    c.state = state;
+}
+
 /* Runs an action; false fails the step. */
 bool runAction(ParseContext &c, int8_t action)
 {
     switch (action) {
-    case -2: // ':'
-        removeLastUnit(c);
-        __LUMPropertyListContextParseJSONParseStringBuffer(c, 0);
-        if (c.mode != kModeKey) return false;
-        c.mode = kModeValue;
-        c.state = 5;
-        return true;
-    case -3: // ','
-        removeLastUnit(c);
-        __LUMPropertyListContextParseJSONParseStringBuffer(c, 0);
-        if (c.mode == kModeArray) c.state = 5;
-        else if (c.mode == kModeValue) { c.state = 3; c.mode = kModeKey; }
-        else return false;
-        return true;
-    case -4: // closing '"'
-        removeLastUnit(c);
-        __LUMPropertyListContextParseJSONParseStringBuffer(c, 0);
-        if (c.mode == kModeKey) c.state = 4;
-        else if (c.mode == kModeValue || c.mode == kModeArray) c.state = 1;
-        else return false;
-        return true;
-    case -5: // '['
-        c.valueType = c.types.array;
-        __LUMPropertyListContextParseJSONParseStringBuffer(c, kModeArray);
-        c.state = 6;
-        return true;
-    case -6: // '{'
-        c.valueType = c.types.dictionary;
-        __LUMPropertyListContextParseJSONParseStringBuffer(c, kModeKey);
-        c.state = 2;
-        return true;
-    case -7: // ']'
-        removeLastUnit(c);
-        __LUMPropertyListContextParseJSONParseStringBuffer(c, 0);
-        if (!__LUMPropertyListContextPopMode(c, kModeArray)) return false;
-        c.state = 1;
-        return true;
-    case -8: // '}' after a value
-        removeLastUnit(c);
-        __LUMPropertyListContextParseJSONParseStringBuffer(c, 0);
-        if (!__LUMPropertyListContextPopMode(c, kModeValue)) return false;
-        c.state = 1;
-        return true;
-    case -9: // '}' of an empty object
-        clearBuffer(c);
-        if (!__LUMPropertyListContextPopMode(c, kModeKey)) return false;
-        c.state = 1;
-        return true;
+    case -2: return takeColon(c);
+    case -3: return takeComma(c);
+    case -4: return takeClosingQuote(c);
+    case -5: openArray(c); return true;
+    case -6: openObject(c); return true;
+    case -7: return closeContainer(c, kModeArray);
+    case -8: return closeContainer(c, kModeValue);
+    case -9: return closeEmptyObject(c);
     case -10: // '/' and the end of a comment: comments are not carried out
     case -11:
         return false;
@@ -662,12 +754,12 @@ bool runAction(ParseContext &c, int8_t action)
     case -14: c.valueType = c.types.null; c.state = 27; return true;    // 'n'
     case -15: c.valueType = c.types.number; c.flags |= kFlagFraction; c.state = 17; return true;  // e E
     case -16: c.valueType = c.types.number; c.flags |= kFlagFraction; c.state = 33; return true;  // '.'
-    case -17: clearBuffer(c); c.valueType = c.types.string; c.state = 7; return true;           // opening '"'
-    case -18: c.valueType = c.types.number; c.flags &= ~kFlagFraction; c.state = 13; return true; // '-'
-    case -19: c.valueType = c.types.number; c.flags &= ~kFlagFraction; c.state = 14; return true; // '0'
-    case -20: c.valueType = c.types.number; c.flags &= ~kFlagFraction; c.state = 15; return true; // 1-9
+    case -17: openString(c); return true;
+    case -18: startNumber(c, 13); return true;
+    case -19: startNumber(c, 14); return true;
+    case -20: startNumber(c, 15); return true;
     case -21: // backslash in a string
-        removeLastUnit(c);
+        takeBackUnit(c);
         c.flags |= kFlagEscape;
         c.state = 8;
         return true;
@@ -684,6 +776,7 @@ bool runAction(ParseContext &c, int8_t action)
 bool parseByte(ParseContext &c, UInt8 byte)
 {
     int32_t characterClass = byte < 128 ? __LUMPropertyListJSONCharacterClassByCharacter[byte] : 30;
+    int8_t entry = transition(c.state, characterClass);
     // The byte is one code unit: UTF-8 is not decoded here, on purpose.
     UniChar unit = byte;
     if (c.state == 8) {
@@ -700,9 +793,8 @@ bool parseByte(ParseContext &c, UInt8 byte)
         }
         appendUnit(c, unit);
     } else if (!((characterClass == 0 || characterClass == 1) && c.valueType == 0)) {
-        appendUnit(c, unit);
+        if (!(c.buffer.isPrivate() && discardsItsByte(entry))) appendUnit(c, unit);
     }
-    int8_t entry = transition(c.state, characterClass);
     if (entry >= 0) {
         c.state = entry;
         return true;
@@ -742,6 +834,12 @@ const UInt8 *endOfSpaceRun(const UInt8 *p, const UInt8 *end)
     return p;
 }
 
+const UInt8 *endOfDigitRun(const UInt8 *p, const UInt8 *end)
+{
+    while (p < end && isDigitByte(*p)) p++;
+    return p;
+}
+
 /* Where a run of bytes each of which the automaton would take one by one
  * into the same state ends: string text, digits and whitespace. */
 const UInt8 *endOfRun(const ParseContext &c, const UInt8 *p, const UInt8 *end)
@@ -750,13 +848,19 @@ const UInt8 *endOfRun(const ParseContext &c, const UInt8 *p, const UInt8 *end)
     case 7:
         return endOfStringRun(p, end);
     case 15: case 16: case 19:
-        while (p < end && isDigitByte(*p)) p++;
-        return p;
+        return endOfDigitRun(p, end);
     case 0: case 1: case 2: case 3: case 4: case 5: case 6:
         return endOfSpaceRun(p, end);
     default:
         return p;
     }
+}
+
+/* Takes a run the automaton would take into its buffer byte by byte.
+ * Whitespace is text too once a value has begun. */
+void takeRun(ParseContext &c, const UInt8 *p, const UInt8 *runEnd)
+{
+    if (c.state >= 7 || c.valueType != 0) c.buffer.appendBytes(p, runEnd - p);
 }
 
 /* After the first letter of true, false or null, the rest of the word when
@@ -772,8 +876,132 @@ const UInt8 *endOfLiteral(ParseContext &c, const UInt8 *p, const UInt8 *end)
     return p + length;
 }
 
+/* ---- Whole pieces at once ----------------------------------------------
+ * With the private buffer, the pieces every document is made of are taken
+ * whole when the chunk holds them: each leaves the state, the mode, the
+ * value type, the flags and the buffer as the byte-by-byte steps would,
+ * and makes and places the same values through the same actions. A piece
+ * that would fail, or that the chunk cuts, is left to those steps. */
+
+constexpr int32_t kStateValueDone = 1;
+
+bool endsValue(int32_t state)
+{
+    return state == kStateValueDone || state == 14 || state == 15 || state == 16 || state == 19 || state == 33;
+}
+
+/* A whole string from its opening quote at p: its closing quote, or NULL
+ * when the text has an escape or a control character or the chunk ends
+ * first. */
+const UInt8 *closingQuoteOf(const UInt8 *p, const UInt8 *end)
+{
+    const UInt8 *q = endOfStringRun(p + 1, end);
+    return q < end && *q == '"' ? q : nullptr;
+}
+
+/* A string from its quotes: opened (clearing the buffer), its text, and
+ * closed. On failure the state is the one the string was read in. */
+bool takeString(ParseContext &c, const UInt8 *open, const UInt8 *close)
+{
+    c.state = 7;
+    return endString(c, lum::createStringWithByteUnits(c.allocator, open + 1, close - open - 1));
+}
+
+/* true, false or null whole, at its first letter: the value type the first
+ * letter sets, each letter appended, and state 1. */
+const UInt8 *takeLiteral(ParseContext &c, const UInt8 *p, const UInt8 *end)
+{
+    const char *word = *p == 't' ? "true" : *p == 'f' ? "false" : "null";
+    size_t length = strlen(word);
+    if (static_cast<size_t>(end - p) < length || memcmp(p, word, length) != 0) return p;
+    c.valueType = *p == 'n' ? c.types.null : c.types.boolean;
+    c.buffer.appendBytes(p, static_cast<LUMIndex>(length));
+    c.state = kStateValueDone;
+    return p + length;
+}
+
+/* The first character of a number and, after 1-9, the digits that follow. */
+const UInt8 *takeNumberStart(ParseContext &c, const UInt8 *p, const UInt8 *end)
+{
+    const UInt8 *q = p + 1;
+    if (*p == '-') startNumber(c, 13);
+    else if (*p == '0') startNumber(c, 14);
+    else startNumber(c, 15), q = endOfDigitRun(q, end);
+    c.buffer.appendBytes(p, q - p);
+    return q;
+}
+
+/* The pieces that start at p in the current state, as many as follow one
+ * another; where the byte-by-byte steps must go on (end when the chunk is
+ * done), or NULL when a step failed. */
+const UInt8 *takePieces(ParseContext &c, const UInt8 *p, const UInt8 *end)
+{
+    while (p < end) {
+        if (c.state <= 6 && isSpaceByte(*p)) {
+            const UInt8 *q = endOfSpaceRun(p, end);
+            takeRun(c, p, q);
+            if ((p = q) == end) break;
+        }
+        UInt8 byte = *p;
+        bool taken = true;
+        if (endsValue(c.state)) {
+            if (byte == ',') taken = takeComma(c);
+            else if (byte == ']') taken = closeContainer(c, kModeArray);
+            else if (byte == '}') taken = closeContainer(c, kModeValue);
+            else return p;
+            p++;
+        } else if (c.state == 5 || c.state == 6) {
+            if (byte == '"') {
+                const UInt8 *close = closingQuoteOf(p, end);
+                if (close == nullptr) return p;
+                taken = takeString(c, p, close);
+                p = close + 1;
+            } else if (isDigitByte(byte) || byte == '-') {
+                p = takeNumberStart(c, p, end);
+            } else if (byte == '{' || byte == '[') {
+                if (byte == '{') openObject(c);
+                else openArray(c);
+                p++;
+            } else if (byte == 't' || byte == 'f' || byte == 'n') {
+                const UInt8 *q = takeLiteral(c, p, end);
+                if (q == p) return p;
+                p = q;
+            } else if (byte == ']' && c.state == 6) {
+                taken = closeContainer(c, kModeArray);
+                p++;
+            } else {
+                return p;
+            }
+        } else if (c.state == 2 || c.state == 3) {
+            if (byte == '"') {
+                const UInt8 *close = closingQuoteOf(p, end);
+                if (close == nullptr) return p;
+                taken = takeString(c, p, close);
+                p = close + 1;
+            } else if (byte == '}' && c.state == 2) {
+                taken = closeEmptyObject(c);
+                p++;
+            } else {
+                return p;
+            }
+        } else if (c.state == 4 && byte == ':') {
+            taken = takeColon(c);
+            p++;
+        } else if (c.state == 0 && (byte == '{' || byte == '[')) {
+            if (byte == '{') openObject(c);
+            else openArray(c);
+            p++;
+        } else {
+            return p;
+        }
+        if (!taken) return nullptr;
+    }
+    return p;
+}
+
 /* One chunk, byte by byte as the automaton reads it; with the private
- * buffer, runs that change nothing but the buffer are taken whole. */
+ * buffer, whole pieces and runs that change nothing but the buffer are
+ * taken at once. */
 void parseChunk(ParseContext &c, const UInt8 *p, const UInt8 *end)
 {
     if (!c.buffer.isPrivate()) {
@@ -781,15 +1009,16 @@ void parseChunk(ParseContext &c, const UInt8 *p, const UInt8 *end)
         return;
     }
     while (p < end) {
+        p = takePieces(c, p, end);
+        if (p == nullptr || p == end) return; // on failure the rest of the chunk is dropped; the state stays
         const UInt8 *runEnd = endOfRun(c, p, end);
         if (runEnd == p) runEnd = endOfLiteral(c, p, end);
         if (runEnd != p) {
-            // Whitespace is text too once a value has begun.
-            if (c.state >= 7 || c.valueType != 0) c.buffer.appendBytes(p, runEnd - p);
+            takeRun(c, p, runEnd);
             p = runEnd;
             if (p == end) return;
         }
-        if (!parseByte(c, *p++)) return; // the rest of the chunk is dropped; the state stays
+        if (!parseByte(c, *p++)) return;
     }
 }
 

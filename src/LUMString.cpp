@@ -540,7 +540,11 @@ LUMStringRef lum::createStringWithASCII(LUMAllocatorRef allocator, const UInt8 *
     return createOneBlockByteString(allocator, bytes, length, kLUMStringEncodingUTF8);
 }
 
-LUMStringRef lum::createStringWithUnits(LUMAllocatorRef allocator, const UniChar *units, LUMIndex length)
+namespace {
+
+/* An immutable unit string of length units in one block, its units (and
+ * the NUL after them) for the caller to fill. */
+__LUMString *createOneBlockUnitString(LUMAllocatorRef allocator, LUMIndex length, UniChar *&units)
 {
     // Units need their alignment; the record's size keeps it on every platform.
     static_assert(sizeof(__LUMString) % alignof(UniChar) == 0);
@@ -552,13 +556,32 @@ LUMStringRef lum::createStringWithUnits(LUMAllocatorRef allocator, const UniChar
     ptr->capacity = 0;
     ptr->encoding = 0;
     ptr->isMutable = 0;
-    auto *copy = reinterpret_cast<UniChar *>(ptr + 1);
-    if (length > 0) memcpy(copy, units, static_cast<size_t>(length) * sizeof(UniChar));
-    copy[length] = 0;
-    ptr->buffer = copy;
+    units = reinterpret_cast<UniChar *>(ptr + 1);
+    units[length] = 0;
+    ptr->buffer = units;
     ptr->bufferType = _kLUMStringBufferTypeUniCharString;
     ptr->length = length;
     ptr->contentsDeallocator = kLUMAllocatorNull;
+    return ptr;
+}
+
+} // namespace
+
+LUMStringRef lum::createStringWithUnits(LUMAllocatorRef allocator, const UniChar *units, LUMIndex length)
+{
+    UniChar *copy;
+    __LUMString *ptr = createOneBlockUnitString(allocator, length, copy);
+    if (ptr != nullptr && length > 0) memcpy(copy, units, static_cast<size_t>(length) * sizeof(UniChar));
+    return ptr;
+}
+
+LUMStringRef lum::createStringWithByteUnits(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex length)
+{
+    UniChar *units;
+    __LUMString *ptr = createOneBlockUnitString(allocator, length, units);
+    if (ptr != nullptr) {
+        for (LUMIndex i = 0; i < length; i++) units[i] = bytes[i];
+    }
     return ptr;
 }
 
