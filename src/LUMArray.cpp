@@ -206,46 +206,25 @@ LUMArrayRef LUMArrayCreate(LUMAllocatorRef allocator, const void **values, LUMIn
 LUMArrayRef lum::createArrayAdopting(LUMAllocatorRef allocator, const void *const *values, LUMIndex count, bool isMutable)
 {
     __LUMArray *array;
-    if (isMutable) {
+    if (isMutable && !lum::usesSystemAllocator(allocator)) {
         array = createArray(allocator, count < kMutableInitialSlots ? kMutableInitialSlots : count, &kLUMTypeArrayCallBacks, true);
     } else {
-        // One block: the record, then its slots.
+        // One block: the record, then its slots. A mutable array's slots
+        // move out of it when they must grow, as the system allocator's
+        // first few always have.
         array = lum::object<__LUMArray>(lum::createInstance(allocator, LUMArrayGetTypeID(), static_cast<size_t>(count) * sizeof(void *)));
         if (array != nullptr) {
             array->callBacks = kLUMTypeArrayCallBacks;
             array->values = inlineSlots(array);
             array->slotCount = count;
-            array->capacityHint = count;
+            array->capacityHint = isMutable ? 0 : count;
+            array->isMutable = isMutable;
         }
     }
     if (array == nullptr) return nullptr;
     if (count > 0) memcpy(array->values, values, static_cast<size_t>(count) * sizeof(void *));
     array->count = count;
     return array;
-}
-
-void lum::fillArrayAdopting(LUMMutableArrayRef array, const void *const *values, LUMIndex count)
-{
-    if (count == 0) return;
-    bool fits = array->count == 0 && count <= array->slotCount;
-    if (!fits && array->count == 0) {
-        // Exactly the slots needed, in a block of their own (later growth
-        // doubles from there as always).
-        LUMIndex bytes = lum::blockBytes(count, sizeof(void *));
-        void *slots = bytes < 0 ? nullptr : LUMAllocatorAllocate(LUMGetAllocator(array), bytes, 0);
-        if (slots != nullptr) {
-            if (!hasInlineSlots(array)) LUMAllocatorDeallocate(LUMGetAllocator(array), array->values);
-            array->values = static_cast<const void **>(slots);
-            array->slotCount = count;
-            fits = true;
-        }
-    }
-    if (!fits) {
-        for (LUMIndex i = 0; i < count; i++) LUMRelease(values[i]);
-        return;
-    }
-    memcpy(array->values, values, static_cast<size_t>(count) * sizeof(void *));
-    array->count = count;
 }
 
 LUMArrayRef LUMArrayCreateCopy(LUMAllocatorRef allocator, LUMArrayRef array) { return copyArray(allocator, array, false); }

@@ -343,7 +343,7 @@ LUMDictionaryRef lum::createDictionaryAdopting(LUMAllocatorRef allocator, const 
                                                LUMIndex count, bool isMutable)
 {
     __LUMDictionary *d;
-    if (isMutable) {
+    if (isMutable && !lum::usesSystemAllocator(allocator)) {
         LUMIndex slots = count < kMutableInitialSlots ? kMutableInitialSlots : count;
         d = createDictionary(allocator, slots, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks, true);
         if (d != nullptr && slots > 0 && (d->keys == nullptr || d->values == nullptr)) {
@@ -352,7 +352,9 @@ LUMDictionaryRef lum::createDictionaryAdopting(LUMAllocatorRef allocator, const 
             return nullptr;
         }
     } else {
-        // One block: the record, its keys, its values.
+        // One block: the record, its keys, its values. A mutable
+        // dictionary's slots move out of it when they must grow, as the
+        // system allocator's first few always have.
         d = lum::object<__LUMDictionary>(
             lum::createInstance(allocator, LUMDictionaryGetTypeID(), 2 * static_cast<size_t>(count) * sizeof(void *)));
         if (d != nullptr) {
@@ -361,6 +363,7 @@ LUMDictionaryRef lum::createDictionaryAdopting(LUMAllocatorRef allocator, const 
             d->slotCount = count;
             d->keys = inlineKeys(d);
             d->values = d->keys + count;
+            d->isMutable = isMutable;
         }
     }
     if (d == nullptr) return nullptr;
@@ -377,28 +380,38 @@ namespace {
 
 size_t bucketOf(LUMHashCode hash, size_t capacity);
 
-/* Room for slots slots in an empty dictionary (moved out of the record's
- * block when they were there); false, with nothing changed, without memory. */
-bool growSlots(__LUMDictionary *d, LUMIndex slots)
+/* Whether every key keeps its text as units, as the readers' keys do. */
+bool allUnitStrings(const void *const *keys, LUMIndex count)
 {
-    size_t bytes = static_cast<size_t>(slots) * sizeof(void *);
-    auto keys = static_cast<const void **>(LUMAllocatorAllocate(LUMGetAllocator(d), static_cast<LUMIndex>(bytes), 0));
-    auto values = static_cast<const void **>(LUMAllocatorAllocate(LUMGetAllocator(d), static_cast<LUMIndex>(bytes), 0));
-    if (keys == nullptr || values == nullptr) {
-        LUMAllocatorDeallocate(LUMGetAllocator(d), keys);
-        LUMAllocatorDeallocate(LUMGetAllocator(d), values);
-        return false;
+    for (LUMIndex i = 0; i < count; i++) {
+        if (static_cast<const __LUMString *>(keys[i])->bufferType != _kLUMStringBufferTypeUniCharString) return false;
     }
-    _LUMZeroMemory(keys, bytes);
-    _LUMZeroMemory(values, bytes);
-    if (!hasInlineSlots(d)) {
-        LUMAllocatorDeallocate(LUMGetAllocator(d), d->keys);
-        LUMAllocatorDeallocate(LUMGetAllocator(d), d->values);
-    }
-    d->keys = keys;
-    d->values = values;
-    d->slotCount = slots;
     return true;
+}
+
+const UniChar *unitsOfKey(const void *key) { return static_cast<const UniChar *>(static_cast<const __LUMString *>(key)->buffer); }
+
+/* A hash of a unit string's text for the merge's own table, four units a
+ * step; equal texts hash equally, which is all the table needs. */
+uint32_t hashOfUnits(const __LUMString *key)
+{
+    const UniChar *units = unitsOfKey(key);
+    size_t length = static_cast<size_t>(key->length);
+    uint64_t h = length * 0x9E3779B97F4A7C15ull;
+    size_t i = 0;
+    for (; i + 4 <= length; i += 4) {
+        uint64_t four;
+        memcpy(&four, units + i, sizeof(four));
+        h = (h ^ four) * 0xFF51AFD7ED558CCDull;
+        h ^= h >> 29;
+    }
+    for (; i < length; i++) h = (h ^ units[i]) * 0xC4CEB9FE1A85EC53ull;
+    return static_cast<uint32_t>(h ^ (h >> 32));
+}
+
+bool sameUnits(const __LUMString *a, const __LUMString *b)
+{
+    return a->length == b->length && memcmp(unitsOfKey(a), unitsOfKey(b), static_cast<size_t>(a->length) * sizeof(UniChar)) == 0;
 }
 
 /* Keeps the first of each text among keys, giving it the last value that
@@ -419,13 +432,18 @@ LUMIndex mergeDuplicateKeys(const void **keys, const void **values, LUMIndex cou
         LUMRelease(keys[i]);
         return existing;
     };
+    // Unit strings are hashed and compared by their units; other keys by
+    // LUMHash and LUMEqual, which give the same answers.
+    bool units = allUnitStrings(keys, count);
+    auto same = [units](const __LUMString *a, const __LUMString *b) {
+        return units ? sameUnits(a, b) : a->length == b->length && LUMEqual(a, b);
+    };
     if (count <= 16) {
         for (LUMIndex i = 0; i < count; i++) {
             LUMIndex existing = kLUMNotFound;
             auto *key = static_cast<const __LUMString *>(keys[i]);
             for (LUMIndex j = 0; j < kept && existing == kLUMNotFound; j++) {
-                auto *other = static_cast<const __LUMString *>(keys[j]);
-                if (other->length == key->length && LUMEqual(other, key)) existing = j;
+                if (same(static_cast<const __LUMString *>(keys[j]), key)) existing = j;
             }
             keep(i, existing);
         }
@@ -437,10 +455,12 @@ LUMIndex mergeDuplicateKeys(const void **keys, const void **values, LUMIndex cou
     auto *table = static_cast<uint32_t *>(calloc(capacity, sizeof(uint32_t)));
     if (table == nullptr) return -1;
     for (LUMIndex i = 0; i < count; i++) {
-        size_t at = bucketOf(LUMHash(keys[i]), capacity);
+        auto *key = static_cast<const __LUMString *>(keys[i]);
+        size_t at = bucketOf(units ? hashOfUnits(key) : LUMHash(key), capacity);
         LUMIndex existing = kLUMNotFound;
         for (; table[at] != 0; at = (at + 1) & (capacity - 1)) {
-            if (LUMEqual(keys[table[at] - 1], keys[i])) {
+            auto *other = static_cast<const __LUMString *>(keys[table[at] - 1]);
+            if (same(other, key)) {
                 existing = static_cast<LUMIndex>(table[at] - 1);
                 break;
             }
@@ -454,29 +474,31 @@ LUMIndex mergeDuplicateKeys(const void **keys, const void **values, LUMIndex cou
 
 } // namespace
 
-void lum::fillDictionarySetting(LUMMutableDictionaryRef dictionary, const void **keys, const void **values, LUMIndex count)
+LUMMutableDictionaryRef lum::createDictionarySetting(LUMAllocatorRef allocator, const void **keys, const void **values, LUMIndex count)
 {
-    __LUMDictionary *d = dictionary;
-    bool allStrings = d->count == 0 && lum::existingTextIndex(d) == nullptr;
+    bool allStrings = true;
     for (LUMIndex i = 0; i < count && allStrings; i++) allStrings = isString(keys[i]);
     LUMIndex kept = allStrings ? mergeDuplicateKeys(keys, values, count) : -1;
-    if (kept >= 0 && (kept <= d->slotCount || growSlots(d, kept))) {
-        // Distinct keys into an empty dictionary: slot order is their order.
-        if (kept > 0) {
-            memcpy(d->keys, keys, static_cast<size_t>(kept) * sizeof(void *));
-            memcpy(d->values, values, static_cast<size_t>(kept) * sizeof(void *));
+    if (kept >= 0) {
+        // Distinct keys into a new dictionary: slot order is their order.
+        auto *d = const_cast<__LUMDictionary *>(lum::createDictionaryAdopting(allocator, keys, values, kept, true));
+        if (d == nullptr) {
+            for (LUMIndex i = 0; i < kept; i++) {
+                LUMRelease(keys[i]);
+                LUMRelease(values[i]);
+            }
         }
-        d->count = kept;
-        return;
+        return d;
     }
-    if (kept >= 0) count = kept;
     // Anything else (a null key counts without a slot, for one) goes through
     // the calls themselves.
+    LUMMutableDictionaryRef d = LUMDictionaryCreateMutable(allocator, 0, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
     for (LUMIndex i = 0; i < count; i++) {
-        LUMDictionarySetValue(d, keys[i], values[i]);
+        if (d != nullptr) LUMDictionarySetValue(d, keys[i], values[i]);
         LUMRelease(keys[i]);
         LUMRelease(values[i]);
     }
+    return d;
 }
 
 LUMDictionaryRef LUMDictionaryCreateCopy(LUMAllocatorRef allocator, LUMDictionaryRef dictionary)

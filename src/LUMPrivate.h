@@ -247,15 +247,12 @@ LUMStringRef createStringWithByteUnits(LUMAllocatorRef allocator, const UInt8 *b
 LUMArrayRef createArrayAdopting(LUMAllocatorRef allocator, const void *const *values, LUMIndex count, bool isMutable);
 LUMDictionaryRef createDictionaryAdopting(LUMAllocatorRef allocator, const void *const *keys, const void *const *values, LUMIndex count,
                                           bool isMutable);
-/* Leaves an empty mutable dictionary of the library's own callbacks as
- * count LUMDictionarySetValue calls of these pairs, in order, would leave
- * it, taking over one reference to each key and value given (releasing
- * those the calls would have dropped). The arrays are scratch. */
-void fillDictionarySetting(LUMMutableDictionaryRef dictionary, const void **keys, const void **values, LUMIndex count);
-/* Appends count values to an empty mutable array of the library's own
- * callbacks, taking over one reference to each; without memory for them
- * they are released and the array stays empty. */
-void fillArrayAdopting(LUMMutableArrayRef array, const void *const *values, LUMIndex count);
+/* A new mutable dictionary of the library's own callbacks as count
+ * LUMDictionarySetValue calls of these pairs, in order, would leave an
+ * empty one, taking over one reference to each key and value given
+ * (releasing those the calls would have dropped, and all of them when
+ * there is no dictionary: NULL). The arrays are scratch. */
+LUMMutableDictionaryRef createDictionarySetting(LUMAllocatorRef allocator, const void **keys, const void **values, LUMIndex count);
 
 /* The units LUMStringCreateWithFormat would give the text of, into units
  * when they fit capacity; their count either way. */

@@ -269,11 +269,10 @@ private:
 
 /* Where values go when nobody watches the allocator: nothing reads a
  * container before the read ends, so each open container keeps its
- * entries on a private stack and takes them all at once when it closes (or
- * when the read ends with it open). The container itself is made when it
- * opens, and takes its place among its parent's entries then, so that the
- * tree is laid out in memory in the order it is read; the tree that results
- * is the one placing each value at once makes. */
+ * entries on a private stack, and is made with them all at once when it
+ * closes (or when the read ends with it open), in the place among its
+ * parent's entries it took when it opened. The tree that results is the
+ * one placing each value at once makes. */
 class TreeBuilder {
 public:
     TreeBuilder() = default;
@@ -281,37 +280,42 @@ public:
     TreeBuilder &operator=(const TreeBuilder &) = delete;
     ~TreeBuilder() { release(); }
 
+    void useAllocator(LUMAllocatorRef allocator) { allocator_ = allocator; }
+
     /* Takes over the references to key (NULL in arrays) and value. */
-    void place(const void *key, const void *value)
+    bool place(const void *key, const void *value)
     {
         if (count_ == capacity_ && !grow(entries_, capacity_, count_ + 1)) {
             LUMRelease(key);
             LUMRelease(value);
-            return;
+            return false;
         }
         entries_[count_++] = {key, value};
+        return true;
     }
 
-    /* Opens container (just placed) to take the entries that follow; the
-     * frame holds a reference of its own until the container closes. */
-    void open(LUMTypeRef container, bool isDictionary, int32_t outerMode)
+    /* Opens a container, placed with key (NULL in arrays, taken over), to
+     * take the entries that follow. */
+    void open(const void *key, bool isDictionary, int32_t outerMode)
     {
+        size_t slot = place(key, nullptr) ? count_ - 1 : kNowhere;
         if (depth_ == frameCapacity_ && !grow(frames_, frameCapacity_, depth_ + 1)) return;
-        frames_[depth_++] = {outerMode, LUMRetain(container), count_, isDictionary};
+        frames_[depth_++] = {outerMode, slot, count_, isDictionary};
     }
 
     bool hasOpenContainer() const { return depth_ > 0; }
 
-    /* Gives the innermost open container its entries; its outer mode. */
+    /* Makes the innermost open container of its entries and puts it in its
+     * place; its outer mode. */
     int32_t close()
     {
         Frame frame = frames_[--depth_];
         Entry *first = entries_ + frame.firstEntry;
         LUMIndex count = static_cast<LUMIndex>(count_ - frame.firstEntry);
-        if (frame.isDictionary) fillDictionary(frame.container, first, count);
-        else fillArray(frame.container, first, count);
-        LUMRelease(frame.container);
+        LUMTypeRef container = frame.isDictionary ? makeDictionary(first, count) : makeArray(first, count);
         count_ = frame.firstEntry;
+        if (frame.slot != kNowhere) entries_[frame.slot].value = container;
+        else LUMRelease(container);
         return frame.outerMode;
     }
 
@@ -334,7 +338,6 @@ public:
             LUMRelease(entries_[i].key);
             LUMRelease(entries_[i].value);
         }
-        for (size_t i = 0; i < depth_; i++) LUMRelease(frames_[i].container);
         free(entries_);
         free(frames_);
         entries_ = nullptr;
@@ -343,13 +346,15 @@ public:
     }
 
 private:
+    static constexpr size_t kNowhere = SIZE_MAX; // a container whose place could not be kept
+
     struct Entry {
         const void *key;
         const void *value;
     };
     struct Frame {
         int32_t outerMode;
-        LUMTypeRef container;
+        size_t slot;
         size_t firstEntry;
         bool isDictionary;
     };
@@ -365,18 +370,23 @@ private:
         return true;
     }
 
-    static void fillArray(LUMTypeRef array, Entry *entries, LUMIndex count)
+    LUMTypeRef makeArray(Entry *entries, LUMIndex count)
     {
-        // The values side by side, in the entries' own memory.
+        // The values side by side, in the entries' own memory; a container
+        // that could not be made has no value.
         auto **values = reinterpret_cast<const void **>(entries);
         LUMIndex kept = 0;
         for (LUMIndex i = 0; i < count; i++) {
             if (entries[i].value != nullptr) values[kept++] = entries[i].value;
         }
-        lum::fillArrayAdopting(static_cast<LUMMutableArrayRef>(const_cast<void *>(array)), values, kept);
+        LUMTypeRef array = lum::createArrayAdopting(allocator_, values, kept, true);
+        if (array == nullptr) {
+            for (LUMIndex i = 0; i < kept; i++) LUMRelease(values[i]);
+        }
+        return array;
     }
 
-    static void fillDictionary(LUMTypeRef dictionary, Entry *entries, LUMIndex count)
+    LUMTypeRef makeDictionary(Entry *entries, LUMIndex count)
     {
         // Keys and values apart, in the entries' own memory: keys first.
         auto *keys = reinterpret_cast<const void **>(entries);
@@ -387,14 +397,15 @@ private:
                 LUMRelease(entries[i].key);
                 LUMRelease(entries[i].value);
             }
-            return;
+            return nullptr;
         }
         for (LUMIndex i = 0; i < count; i++) staged.get()[i] = entries[i].value;
         for (LUMIndex i = 0; i < count; i++) keys[i] = entries[i].key;
         memcpy(values, staged.get(), static_cast<size_t>(count) * sizeof(void *));
-        lum::fillDictionarySetting(static_cast<LUMMutableDictionaryRef>(const_cast<void *>(dictionary)), keys, values, count);
+        return lum::createDictionarySetting(allocator_, keys, values, count);
     }
 
+    LUMAllocatorRef allocator_ = nullptr;
     Entry *entries_ = nullptr;
     size_t count_ = 0;
     size_t capacity_ = 0;
@@ -539,27 +550,19 @@ LUMStringRef createBufferString(ParseContext &c)
     return lum::createStringWithUnits(c.allocator, c.buffer.units(), count);
 }
 
-/* Places a value with the tree builder, by the mode, and with a push mode
- * opens it as the container that takes the values that follow. The
- * automaton opens containers only in modes 0, 1 and 4. */
-void placePrivately(ParseContext &c, LUMTypeRef value, int32_t pushMode)
+/* Places a value with the tree builder, by the mode. */
+void placePrivately(ParseContext &c, LUMTypeRef value)
 {
     if (c.mode == kModeTop || c.mode == kModeArray) {
         c.builder.place(nullptr, value);
     } else if (c.mode == kModeKey) {
         LUMRelease(c.pendingKey);
         c.pendingKey = value;
-        return;
     } else if (c.mode == kModeValue) {
         c.builder.place(c.pendingKey, value);
         c.pendingKey = nullptr;
     } else {
         LUMRelease(value);
-        return;
-    }
-    if (pushMode != 0) {
-        c.builder.open(value, pushMode == kModeKey, c.mode);
-        c.mode = pushMode;
     }
 }
 
@@ -591,7 +594,7 @@ LUMTypeRef createValue(ParseContext &c)
 void placeValue(ParseContext &c, LUMTypeRef value, int32_t pushMode)
 {
     if (c.buffer.isPrivate()) {
-        if (value != nullptr) placePrivately(c, value, pushMode);
+        if (value != nullptr) placePrivately(c, value);
     } else if (value != nullptr) {
         if (c.mode == kModeTop || c.mode == kModeArray) {
             LUMArrayAppendValue(static_cast<LUMMutableArrayRef>(const_cast<void *>(c.container)), value);
@@ -610,6 +613,24 @@ void placeValue(ParseContext &c, LUMTypeRef value, int32_t pushMode)
             c.container = LUMRetain(value);
         }
         if (value != nullptr) LUMRelease(value);
+    }
+    clearBuffer(c);
+    c.valueType = 0;
+}
+
+/* Places a new container by the mode and opens it to take the values that
+ * follow, as placing it would; the tree builder makes it when it closes.
+ * The automaton opens containers only in modes 0, 1 and 4: in any other
+ * the container is made now, and placed (or dropped) as a value. */
+void openPrivately(ParseContext &c, int32_t pushMode)
+{
+    if (c.mode == kModeTop || c.mode == kModeArray || c.mode == kModeValue) {
+        const void *key = c.mode == kModeValue ? c.pendingKey : nullptr;
+        c.pendingKey = c.mode == kModeValue ? nullptr : c.pendingKey;
+        c.builder.open(key, pushMode == kModeKey, c.mode);
+        c.mode = pushMode;
+    } else {
+        placePrivately(c, createValue(c));
     }
     clearBuffer(c);
     c.valueType = 0;
@@ -689,17 +710,22 @@ bool takeClosingQuote(ParseContext &c) // -4
     return endString(c, createValue(c));
 }
 
+void openContainer(ParseContext &c, LUMTypeID type, int32_t pushMode)
+{
+    c.valueType = type;
+    if (c.buffer.isPrivate()) openPrivately(c, pushMode);
+    else __LUMPropertyListContextParseJSONParseStringBuffer(c, pushMode);
+}
+
 void openArray(ParseContext &c) // -5
 {
-    c.valueType = c.types.array;
-    __LUMPropertyListContextParseJSONParseStringBuffer(c, kModeArray);
+    openContainer(c, c.types.array, kModeArray);
     c.state = 6;
 }
 
 void openObject(ParseContext &c) // -6
 {
-    c.valueType = c.types.dictionary;
-    __LUMPropertyListContextParseJSONParseStringBuffer(c, kModeKey);
+    openContainer(c, c.types.dictionary, kModeKey);
     c.state = 2;
 }
 
@@ -1380,6 +1406,7 @@ LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef allocator, LU
     const char *point = localeconv()->decimal_point;
     c.pointIsRadix = point[0] == '.' && point[1] == '\0';
     if (observed) c.stack.create(allocator);
+    else c.builder.useAllocator(allocator);
 
     UInt8 local[kChunkBytes];
     while (LUMReadStreamHasBytesAvailable(stream)) {
