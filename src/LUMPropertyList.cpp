@@ -510,6 +510,22 @@ int32_t bufferIntValue(const ParseBuffer &buffer)
     return static_cast<int32_t>(value);
 }
 
+/* A text of an optional minus and at most 15 digits: an integer every
+ * double holds exactly, so the double strtod reads in any locale. */
+bool plainIntegerValue(const UniChar *units, LUMIndex count, double &value)
+{
+    LUMIndex i = count > 0 && units[0] == '-' ? 1 : 0;
+    if (count == i || count - i > 15) return false;
+    int64_t magnitude = 0;
+    for (; i < count; i++) {
+        if (units[i] < '0' || units[i] > '9') return false;
+        magnitude = magnitude * 10 + (units[i] - '0');
+    }
+    value = static_cast<double>(magnitude);
+    if (units[0] == '-') value = -value; // -0 too
+    return true;
+}
+
 /* strtod of the text. */
 double bufferDoubleValue(const ParseContext &c)
 {
@@ -518,6 +534,7 @@ double bufferDoubleValue(const ParseContext &c)
     const UniChar *units = buffer.units();
     LUMIndex count = buffer.count();
     while (count > 0 && isSpaceUnit(units[count - 1])) count--; // where strtod stops anyway
+    if (double value; plainIntegerValue(units, count, value)) return value;
     if (c.pointIsRadix && count <= kWholeNumberText) {
         UInt8 text[kWholeNumberText];
         bool ascii = true;
@@ -589,13 +606,18 @@ LUMTypeRef createValue(ParseContext &c)
     return nullptr;
 }
 
-/* Places value (NULL: nothing) by the mode and, with a push mode, makes it
- * the current container; the buffer and the value type start afresh. */
-void placeValue(ParseContext &c, LUMTypeRef value, int32_t pushMode)
+/* The buffer and the value type start afresh. */
+void startAfresh(ParseContext &c)
 {
-    if (c.buffer.isPrivate()) {
-        if (value != nullptr) placePrivately(c, value);
-    } else if (value != nullptr) {
+    clearBuffer(c);
+    c.valueType = 0;
+}
+
+/* Places value (NULL: nothing) by the mode and, with a push mode, makes it
+ * the current container, with the observed buffer. */
+void placeObserved(ParseContext &c, LUMTypeRef value, int32_t pushMode)
+{
+    if (value != nullptr) {
         if (c.mode == kModeTop || c.mode == kModeArray) {
             LUMArrayAppendValue(static_cast<LUMMutableArrayRef>(const_cast<void *>(c.container)), value);
         } else if (c.mode == kModeKey) {
@@ -614,8 +636,15 @@ void placeValue(ParseContext &c, LUMTypeRef value, int32_t pushMode)
         }
         if (value != nullptr) LUMRelease(value);
     }
-    clearBuffer(c);
-    c.valueType = 0;
+}
+
+/* Places value (NULL: nothing) by the mode and, with a push mode, makes it
+ * the current container; the buffer and the value type start afresh. */
+void placeValue(ParseContext &c, LUMTypeRef value, int32_t pushMode)
+{
+    if (!c.buffer.isPrivate()) placeObserved(c, value, pushMode);
+    else if (value != nullptr) placePrivately(c, value);
+    startAfresh(c);
 }
 
 /* Places a new container by the mode and opens it to take the values that
@@ -632,8 +661,7 @@ void openPrivately(ParseContext &c, int32_t pushMode)
     } else {
         placePrivately(c, createValue(c));
     }
-    clearBuffer(c);
-    c.valueType = 0;
+    startAfresh(c);
 }
 
 /* Makes the value the buffer and the value type describe, places it by the
@@ -832,10 +860,22 @@ bool parseByte(ParseContext &c, UInt8 byte)
  * the backslash and the control characters. */
 constexpr bool staysInString(UInt8 byte) { return byte >= 0x20 && byte != '"' && byte != '\\'; }
 constexpr bool isDigitByte(UInt8 byte) { return byte >= '0' && byte <= '9'; }
-constexpr bool isSpaceByte(UInt8 byte) { return byte == ' ' || byte == '\t' || byte == '\n' || byte == '\r'; }
+constexpr bool isSpaceByte(UInt8 byte) { return byte <= ' ' && ((1ull << byte) & ((1ull << ' ') | (1ull << '\t') | (1ull << '\n') | (1ull << '\r'))) != 0; }
 
-/* Where string text stops staying in state 7: eight bytes at a time while
- * none of them is a quote, a backslash or a control character. */
+/* The position, in memory order, of the first byte of an eight-byte word
+ * loaded from memory that has a bit of mask set (mask is not 0). */
+inline unsigned firstMarkedByte(uint64_t mask)
+{
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    return static_cast<unsigned>(__builtin_ctzll(mask)) >> 3;
+#else
+    return static_cast<unsigned>(__builtin_clzll(mask)) >> 3;
+#endif
+}
+
+/* Where string text stops staying in state 7: eight bytes at a time up to
+ * the first quote, backslash or control character. Below the first such
+ * byte no borrow marks a byte falsely, so the lowest mark is exact. */
 const UInt8 *endOfStringRun(const UInt8 *p, const UInt8 *end)
 {
     constexpr uint64_t ones = 0x0101010101010101ull, highs = 0x8080808080808080ull;
@@ -843,19 +883,30 @@ const UInt8 *endOfStringRun(const UInt8 *p, const UInt8 *end)
         uint64_t v;
         memcpy(&v, p, 8);
         uint64_t quotes = v ^ (ones * '"'), backslashes = v ^ (ones * '\\');
-        uint64_t found = ((quotes - ones) & ~quotes) | ((backslashes - ones) & ~backslashes) | ((v - ones * 0x20) & ~v);
-        if ((found & highs) != 0) break;
+        uint64_t found = (((quotes - ones) & ~quotes) | ((backslashes - ones) & ~backslashes) | ((v - ones * 0x20) & ~v)) & highs;
+        if (found != 0) return p + firstMarkedByte(found);
     }
     while (p < end && staysInString(*p)) p++;
     return p;
 }
 
-/* Where whitespace stops; indentation is passed eight spaces at a time. */
+/* Where whitespace stops; runs of spaces (indentation) are passed eight
+ * bytes at a time. */
 const UInt8 *endOfSpaceRun(const UInt8 *p, const UInt8 *end)
 {
-    while (p < end && isSpaceByte(*p)) {
+    constexpr uint64_t spaces = 0x2020202020202020ull;
+    while (p < end) {
+        if (end - p >= 8) {
+            uint64_t v;
+            memcpy(&v, p, 8);
+            if (v == spaces) {
+                p += 8;
+                continue;
+            }
+            p += firstMarkedByte(v ^ spaces); // the first byte that is not a space
+        }
+        if (!isSpaceByte(*p)) break;
         p++;
-        for (uint64_t v; end - p >= 8 && (memcpy(&v, p, 8), v == 0x2020202020202020ull);) p += 8;
     }
     return p;
 }
@@ -1396,6 +1447,8 @@ LUMPropertyListRef LUMPropertyListCreateWithStream(LUMAllocatorRef allocator, LU
     // buffer, the stacks. With the system allocator the tree builder holds
     // the values instead, and the buffer is private.
     bool observed = !lum::usesSystemAllocator(allocator);
+    // The default is the system allocator then: named, it is known at once.
+    if (!observed) c.allocator = kLUMAllocatorSystemDefault;
     LUMMutableArrayRef root = observed ? LUMArrayCreateMutable(allocator, 0, &kLUMTypeArrayCallBacks) : nullptr;
     c.container = LUMRetain(root);
     c.mode = kModeTop;
