@@ -203,23 +203,39 @@ LUMArrayRef LUMArrayCreate(LUMAllocatorRef allocator, const void **values, LUMIn
     return array;
 }
 
+namespace {
+
+/* One block: the record, then its count slots (not cleared). A mutable
+ * array's slots move out of it when they must grow, as the system
+ * allocator's first few always have. With the system allocator every field
+ * is written here, without the clearing and the class initializer first. */
+__LUMArray *createOneBlockArray(LUMAllocatorRef allocator, LUMIndex count, bool isMutable)
+{
+    size_t slotBytes = static_cast<size_t>(count) * sizeof(void *);
+    if (slotBytes > INT32_MAX) return nullptr;
+    auto *array = lum::object<__LUMArray>(lum::usesSystemAllocator(allocator)
+                                              ? lum::createSystemInstance(LUMArrayGetTypeID(), sizeof(__LUMArray) + slotBytes)
+                                              : lum::createInstance(allocator, LUMArrayGetTypeID(), slotBytes));
+    if (array != nullptr) {
+        array->count = 0;
+        array->capacityHint = isMutable ? 0 : count;
+        array->slotCount = count;
+        array->values = inlineSlots(array);
+        array->callBacks = kLUMTypeArrayCallBacks;
+        array->isMutable = isMutable;
+    }
+    return array;
+}
+
+} // namespace
+
 LUMArrayRef lum::createArrayAdopting(LUMAllocatorRef allocator, const void *const *values, LUMIndex count, bool isMutable)
 {
     __LUMArray *array;
     if (isMutable && !lum::usesSystemAllocator(allocator)) {
         array = createArray(allocator, count < kMutableInitialSlots ? kMutableInitialSlots : count, &kLUMTypeArrayCallBacks, true);
     } else {
-        // One block: the record, then its slots. A mutable array's slots
-        // move out of it when they must grow, as the system allocator's
-        // first few always have.
-        array = lum::object<__LUMArray>(lum::createInstance(allocator, LUMArrayGetTypeID(), static_cast<size_t>(count) * sizeof(void *)));
-        if (array != nullptr) {
-            array->callBacks = kLUMTypeArrayCallBacks;
-            array->values = inlineSlots(array);
-            array->slotCount = count;
-            array->capacityHint = isMutable ? 0 : count;
-            array->isMutable = isMutable;
-        }
+        array = createOneBlockArray(allocator, count, isMutable);
     }
     if (array == nullptr) return nullptr;
     if (count > 0) memcpy(array->values, values, static_cast<size_t>(count) * sizeof(void *));

@@ -339,6 +339,34 @@ LUMDictionaryRef LUMDictionaryCreate(LUMAllocatorRef allocator, const void **key
     return d;
 }
 
+namespace {
+
+/* One block: the record, its keys, its values (not cleared). A mutable
+ * dictionary's slots move out of it when they must grow, as the system
+ * allocator's first few always have. With the system allocator every field
+ * is written here, without the clearing and the class initializer first. */
+__LUMDictionary *createOneBlockDictionary(LUMAllocatorRef allocator, LUMIndex count, bool isMutable)
+{
+    size_t slotBytes = 2 * static_cast<size_t>(count) * sizeof(void *);
+    if (slotBytes > INT32_MAX) return nullptr;
+    auto *d = lum::object<__LUMDictionary>(lum::usesSystemAllocator(allocator)
+                                               ? lum::createSystemInstance(LUMDictionaryGetTypeID(), sizeof(__LUMDictionary) + slotBytes)
+                                               : lum::createInstance(allocator, LUMDictionaryGetTypeID(), slotBytes));
+    if (d != nullptr) {
+        d->count = 0;
+        d->capacityHint = 0;
+        d->slotCount = count;
+        d->keys = inlineKeys(d);
+        d->values = d->keys + count;
+        d->keyCallBacks = kLUMTypeDictionaryKeyCallBacks;
+        d->valueCallBacks = kLUMTypeDictionaryValueCallBacks;
+        d->isMutable = isMutable;
+    }
+    return d;
+}
+
+} // namespace
+
 LUMDictionaryRef lum::createDictionaryAdopting(LUMAllocatorRef allocator, const void *const *keys, const void *const *values,
                                                LUMIndex count, bool isMutable)
 {
@@ -352,19 +380,7 @@ LUMDictionaryRef lum::createDictionaryAdopting(LUMAllocatorRef allocator, const 
             return nullptr;
         }
     } else {
-        // One block: the record, its keys, its values. A mutable
-        // dictionary's slots move out of it when they must grow, as the
-        // system allocator's first few always have.
-        d = lum::object<__LUMDictionary>(
-            lum::createInstance(allocator, LUMDictionaryGetTypeID(), 2 * static_cast<size_t>(count) * sizeof(void *)));
-        if (d != nullptr) {
-            d->keyCallBacks = kLUMTypeDictionaryKeyCallBacks;
-            d->valueCallBacks = kLUMTypeDictionaryValueCallBacks;
-            d->slotCount = count;
-            d->keys = inlineKeys(d);
-            d->values = d->keys + count;
-            d->isMutable = isMutable;
-        }
+        d = createOneBlockDictionary(allocator, count, isMutable);
     }
     if (d == nullptr) return nullptr;
     // A new dictionary has no key index yet: plain stores are enough.
