@@ -13,6 +13,9 @@
 
 #include <cstddef>
 #include <clocale>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include <LumBase/LUMArray.h>
 #include <LumBase/LUMBoolean.h>
@@ -878,6 +881,16 @@ inline unsigned firstMarkedByte(uint64_t mask)
  * byte no borrow marks a byte falsely, so the lowest mark is exact. */
 const UInt8 *endOfStringRun(const UInt8 *p, const UInt8 *end)
 {
+#if defined(__SSE2__)
+    // Sixteen bytes at a time where the processor has the instructions.
+    const __m128i quote = _mm_set1_epi8('"'), backslash = _mm_set1_epi8('\\'), lastControl = _mm_set1_epi8(0x1F);
+    for (; end - p >= 16; p += 16) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p));
+        __m128i stops = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)),
+                                     _mm_cmpeq_epi8(_mm_max_epu8(v, lastControl), lastControl));
+        if (int mask = _mm_movemask_epi8(stops)) return p + __builtin_ctz(static_cast<unsigned>(mask));
+    }
+#endif
     constexpr uint64_t ones = 0x0101010101010101ull, highs = 0x8080808080808080ull;
     for (; end - p >= 8; p += 8) {
         uint64_t v;
