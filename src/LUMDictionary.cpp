@@ -367,21 +367,30 @@ __LUMDictionary *createOneBlockDictionary(LUMAllocatorRef allocator, LUMIndex co
 
 } // namespace
 
+namespace {
+
+/* An empty dictionary of the library's own callbacks with room for count
+ * entries in its slots, its slots in its own block where that is nobody's
+ * to see; NULL without memory. */
+__LUMDictionary *createDictionaryWithRoom(LUMAllocatorRef allocator, LUMIndex count, bool isMutable)
+{
+    if (!isMutable || lum::usesSystemAllocator(allocator)) return createOneBlockDictionary(allocator, count, isMutable);
+    LUMIndex slots = count < kMutableInitialSlots ? kMutableInitialSlots : count;
+    __LUMDictionary *d = createDictionary(allocator, slots, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks, true);
+    if (d != nullptr && slots > 0 && (d->keys == nullptr || d->values == nullptr)) {
+        d->slotCount = 0;
+        LUMRelease(d);
+        return nullptr;
+    }
+    return d;
+}
+
+} // namespace
+
 LUMDictionaryRef lum::createDictionaryAdopting(LUMAllocatorRef allocator, const void *const *keys, const void *const *values,
                                                LUMIndex count, bool isMutable)
 {
-    __LUMDictionary *d;
-    if (isMutable && !lum::usesSystemAllocator(allocator)) {
-        LUMIndex slots = count < kMutableInitialSlots ? kMutableInitialSlots : count;
-        d = createDictionary(allocator, slots, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks, true);
-        if (d != nullptr && slots > 0 && (d->keys == nullptr || d->values == nullptr)) {
-            d->slotCount = 0;
-            LUMRelease(d);
-            return nullptr;
-        }
-    } else {
-        d = createOneBlockDictionary(allocator, count, isMutable);
-    }
+    __LUMDictionary *d = createDictionaryWithRoom(allocator, count, isMutable);
     if (d == nullptr) return nullptr;
     // A new dictionary has no key index yet: plain stores are enough.
     if (count > 0) {
@@ -395,15 +404,6 @@ LUMDictionaryRef lum::createDictionaryAdopting(LUMAllocatorRef allocator, const 
 namespace {
 
 size_t bucketOf(LUMHashCode hash, size_t capacity);
-
-/* Whether every key keeps its text as units, as the readers' keys do. */
-bool allUnitStrings(const void *const *keys, LUMIndex count)
-{
-    for (LUMIndex i = 0; i < count; i++) {
-        if (static_cast<const __LUMString *>(keys[i])->bufferType != _kLUMStringBufferTypeUniCharString) return false;
-    }
-    return true;
-}
 
 const UniChar *unitsOfKey(const void *key) { return static_cast<const UniChar *>(static_cast<const __LUMString *>(key)->buffer); }
 
@@ -430,36 +430,37 @@ bool sameUnits(const __LUMString *a, const __LUMString *b)
     return a->length == b->length && memcmp(unitsOfKey(a), unitsOfKey(b), static_cast<size_t>(a->length) * sizeof(UniChar)) == 0;
 }
 
-/* Keeps the first of each text among keys, giving it the last value that
- * text had, as a sequence of LUMDictionarySetValue calls would: a later
- * duplicate's key and the value it replaces are released. The kept pairs
- * move to the front; their number. Keys are strings. */
-LUMIndex mergeDuplicateKeys(const void **keys, const void **values, LUMIndex count)
+/* Keeps the first of each text among string keys, giving it the last value
+ * that text had, as a sequence of LUMDictionarySetValue calls would: a
+ * later duplicate's key and the value it replaces are released. The kept
+ * entries move to the front; their number (-1 without memory, nothing
+ * changed). */
+LUMIndex mergeDuplicateKeys(lum::KeyValue *entries, LUMIndex count)
 {
     LUMIndex kept = 0;
     auto keep = [&](LUMIndex i, LUMIndex existing) {
         if (existing == kLUMNotFound) {
-            keys[kept] = keys[i];
-            values[kept] = values[i];
+            entries[kept] = entries[i];
             return kept++;
         }
-        LUMRelease(values[existing]);
-        values[existing] = values[i];
-        LUMRelease(keys[i]);
+        LUMRelease(entries[existing].value);
+        entries[existing].value = entries[i].value;
+        LUMRelease(entries[i].key);
         return existing;
     };
+    auto keyAt = [entries](LUMIndex i) { return static_cast<const __LUMString *>(entries[i].key); };
     // Unit strings are hashed and compared by their units; other keys by
     // LUMHash and LUMEqual, which give the same answers.
-    bool units = allUnitStrings(keys, count);
+    bool units = true;
+    for (LUMIndex i = 0; i < count && units; i++) units = keyAt(i)->bufferType == _kLUMStringBufferTypeUniCharString;
     auto same = [units](const __LUMString *a, const __LUMString *b) {
         return units ? sameUnits(a, b) : a->length == b->length && LUMEqual(a, b);
     };
     if (count <= 16) {
         for (LUMIndex i = 0; i < count; i++) {
             LUMIndex existing = kLUMNotFound;
-            auto *key = static_cast<const __LUMString *>(keys[i]);
             for (LUMIndex j = 0; j < kept && existing == kLUMNotFound; j++) {
-                if (same(static_cast<const __LUMString *>(keys[j]), key)) existing = j;
+                if (same(keyAt(j), keyAt(i))) existing = j;
             }
             keep(i, existing);
         }
@@ -471,12 +472,11 @@ LUMIndex mergeDuplicateKeys(const void **keys, const void **values, LUMIndex cou
     auto *table = static_cast<uint32_t *>(calloc(capacity, sizeof(uint32_t)));
     if (table == nullptr) return -1;
     for (LUMIndex i = 0; i < count; i++) {
-        auto *key = static_cast<const __LUMString *>(keys[i]);
+        const __LUMString *key = keyAt(i);
         size_t at = bucketOf(units ? hashOfUnits(key) : LUMHash(key), capacity);
         LUMIndex existing = kLUMNotFound;
         for (; table[at] != 0; at = (at + 1) & (capacity - 1)) {
-            auto *other = static_cast<const __LUMString *>(keys[table[at] - 1]);
-            if (same(other, key)) {
+            if (same(keyAt(static_cast<LUMIndex>(table[at] - 1)), key)) {
                 existing = static_cast<LUMIndex>(table[at] - 1);
                 break;
             }
@@ -490,29 +490,33 @@ LUMIndex mergeDuplicateKeys(const void **keys, const void **values, LUMIndex cou
 
 } // namespace
 
-LUMMutableDictionaryRef lum::createDictionarySetting(LUMAllocatorRef allocator, const void **keys, const void **values, LUMIndex count)
+LUMMutableDictionaryRef lum::createDictionarySetting(LUMAllocatorRef allocator, KeyValue *entries, LUMIndex count)
 {
     bool allStrings = true;
-    for (LUMIndex i = 0; i < count && allStrings; i++) allStrings = isString(keys[i]);
-    LUMIndex kept = allStrings ? mergeDuplicateKeys(keys, values, count) : -1;
+    for (LUMIndex i = 0; i < count && allStrings; i++) allStrings = isString(entries[i].key);
+    LUMIndex kept = allStrings ? mergeDuplicateKeys(entries, count) : -1;
     if (kept >= 0) {
         // Distinct keys into a new dictionary: slot order is their order.
-        auto *d = const_cast<__LUMDictionary *>(lum::createDictionaryAdopting(allocator, keys, values, kept, true));
-        if (d == nullptr) {
-            for (LUMIndex i = 0; i < kept; i++) {
-                LUMRelease(keys[i]);
-                LUMRelease(values[i]);
+        __LUMDictionary *d = createDictionaryWithRoom(allocator, kept, true);
+        for (LUMIndex i = 0; i < kept; i++) {
+            if (d != nullptr) {
+                d->keys[i] = entries[i].key;
+                d->values[i] = entries[i].value;
+            } else {
+                LUMRelease(entries[i].key);
+                LUMRelease(entries[i].value);
             }
         }
+        if (d != nullptr) d->count = kept;
         return d;
     }
     // Anything else (a null key counts without a slot, for one) goes through
     // the calls themselves.
     LUMMutableDictionaryRef d = LUMDictionaryCreateMutable(allocator, 0, &kLUMTypeDictionaryKeyCallBacks, &kLUMTypeDictionaryValueCallBacks);
     for (LUMIndex i = 0; i < count; i++) {
-        if (d != nullptr) LUMDictionarySetValue(d, keys[i], values[i]);
-        LUMRelease(keys[i]);
-        LUMRelease(values[i]);
+        if (d != nullptr) LUMDictionarySetValue(d, entries[i].key, entries[i].value);
+        LUMRelease(entries[i].key);
+        LUMRelease(entries[i].value);
     }
     return d;
 }

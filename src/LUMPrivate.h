@@ -247,12 +247,17 @@ LUMStringRef createStringWithByteUnits(LUMAllocatorRef allocator, const UInt8 *b
 LUMArrayRef createArrayAdopting(LUMAllocatorRef allocator, const void *const *values, LUMIndex count, bool isMutable);
 LUMDictionaryRef createDictionaryAdopting(LUMAllocatorRef allocator, const void *const *keys, const void *const *values, LUMIndex count,
                                           bool isMutable);
+/* A key and its value, as a reader gathers an object's entries. */
+struct KeyValue {
+    const void *key;
+    const void *value;
+};
 /* A new mutable dictionary of the library's own callbacks as count
- * LUMDictionarySetValue calls of these pairs, in order, would leave an
+ * LUMDictionarySetValue calls of these entries, in order, would leave an
  * empty one, taking over one reference to each key and value given
  * (releasing those the calls would have dropped, and all of them when
- * there is no dictionary: NULL). The arrays are scratch. */
-LUMMutableDictionaryRef createDictionarySetting(LUMAllocatorRef allocator, const void **keys, const void **values, LUMIndex count);
+ * there is no dictionary: NULL). The entries are scratch. */
+LUMMutableDictionaryRef createDictionarySetting(LUMAllocatorRef allocator, KeyValue *entries, LUMIndex count);
 
 /* The units LUMStringCreateWithFormat would give the text of, into units
  * when they fit capacity; their count either way. */

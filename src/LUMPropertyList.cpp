@@ -351,10 +351,7 @@ public:
 private:
     static constexpr size_t kNowhere = SIZE_MAX; // a container whose place could not be kept
 
-    struct Entry {
-        const void *key;
-        const void *value;
-    };
+    using Entry = lum::KeyValue;
     struct Frame {
         int32_t outerMode;
         size_t slot;
@@ -389,24 +386,7 @@ private:
         return array;
     }
 
-    LUMTypeRef makeDictionary(Entry *entries, LUMIndex count)
-    {
-        // Keys and values apart, in the entries' own memory: keys first.
-        auto *keys = reinterpret_cast<const void **>(entries);
-        const void **values = keys + count;
-        lum::TempBuffer<const void *, 64> staged(static_cast<size_t>(count));
-        if (staged.get() == nullptr) {
-            for (LUMIndex i = 0; i < count; i++) {
-                LUMRelease(entries[i].key);
-                LUMRelease(entries[i].value);
-            }
-            return nullptr;
-        }
-        for (LUMIndex i = 0; i < count; i++) staged.get()[i] = entries[i].value;
-        for (LUMIndex i = 0; i < count; i++) keys[i] = entries[i].key;
-        memcpy(values, staged.get(), static_cast<size_t>(count) * sizeof(void *));
-        return lum::createDictionarySetting(allocator_, keys, values, count);
-    }
+    LUMTypeRef makeDictionary(Entry *entries, LUMIndex count) { return lum::createDictionarySetting(allocator_, entries, count); }
 
     LUMAllocatorRef allocator_ = nullptr;
     Entry *entries_ = nullptr;
