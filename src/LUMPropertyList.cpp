@@ -13,9 +13,6 @@
 
 #include <cstddef>
 #include <clocale>
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 #include <LumBase/LUMArray.h>
 #include <LumBase/LUMBoolean.h>
@@ -155,8 +152,7 @@ public:
     void appendBytes(const UInt8 *bytes, LUMIndex length)
     {
         if (count_ + length > capacity_ && !grow(count_ + length)) return;
-        UniChar *out = units_ + count_;
-        for (LUMIndex i = 0; i < length; i++) out[i] = bytes[i];
+        lum::widenBytes(bytes, static_cast<size_t>(length), units_ + count_);
         count_ += length;
     }
 

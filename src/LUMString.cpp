@@ -579,9 +579,7 @@ LUMStringRef lum::createStringWithByteUnits(LUMAllocatorRef allocator, const UIn
 {
     UniChar *units;
     __LUMString *ptr = createOneBlockUnitString(allocator, length, units);
-    if (ptr != nullptr) {
-        for (LUMIndex i = 0; i < length; i++) units[i] = bytes[i];
-    }
+    if (ptr != nullptr) lum::widenBytes(bytes, static_cast<size_t>(length), units);
     return ptr;
 }
 
