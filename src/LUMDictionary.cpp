@@ -435,7 +435,7 @@ bool sameUnits(const __LUMString *a, const __LUMString *b)
  * later duplicate's key and the value it replaces are released. The kept
  * entries move to the front; their number (-1 without memory, nothing
  * changed). */
-LUMIndex mergeDuplicateKeys(lum::KeyValue *entries, LUMIndex count)
+LUMIndex mergeDuplicateKeys(lum::KeyValue *entries, LUMIndex count, void *scratch, size_t scratchBytes)
 {
     LUMIndex kept = 0;
     auto keep = [&](LUMIndex i, LUMIndex existing) {
@@ -466,10 +466,12 @@ LUMIndex mergeDuplicateKeys(lum::KeyValue *entries, LUMIndex count)
         }
         return kept;
     }
-    // Larger objects: the kept texts in a table of their own.
+    // Larger objects: the kept texts in a table, in the scratch memory when
+    // it is large enough.
     size_t capacity = 64;
     while (capacity < 2 * static_cast<size_t>(count)) capacity *= 2;
-    auto *table = static_cast<uint32_t *>(calloc(capacity, sizeof(uint32_t)));
+    bool own = capacity * sizeof(uint32_t) > scratchBytes;
+    auto *table = static_cast<uint32_t *>(own ? calloc(capacity, sizeof(uint32_t)) : memset(scratch, 0, capacity * sizeof(uint32_t)));
     if (table == nullptr) return -1;
     for (LUMIndex i = 0; i < count; i++) {
         const __LUMString *key = keyAt(i);
@@ -484,7 +486,7 @@ LUMIndex mergeDuplicateKeys(lum::KeyValue *entries, LUMIndex count)
         LUMIndex position = keep(i, existing);
         if (existing == kLUMNotFound) table[at] = static_cast<uint32_t>(position) + 1;
     }
-    free(table);
+    if (own) free(table);
     return kept;
 }
 
@@ -494,20 +496,30 @@ LUMMutableDictionaryRef lum::createDictionarySetting(LUMAllocatorRef allocator, 
 {
     bool allStrings = true;
     for (LUMIndex i = 0; i < count && allStrings; i++) allStrings = isString(entries[i].key);
-    LUMIndex kept = allStrings ? mergeDuplicateKeys(entries, count) : -1;
-    if (kept >= 0) {
-        // Distinct keys into a new dictionary: slot order is their order.
-        __LUMDictionary *d = createDictionaryWithRoom(allocator, kept, true);
-        for (LUMIndex i = 0; i < kept; i++) {
-            if (d != nullptr) {
-                d->keys[i] = entries[i].key;
-                d->values[i] = entries[i].value;
-            } else {
+    if (allStrings) {
+        // Room for every entry; the merge's table lives in the slots until
+        // the kept entries take them, the rest left free.
+        __LUMDictionary *d = createDictionaryWithRoom(allocator, count, true);
+        bool together = d != nullptr && hasInlineSlots(d);
+        LUMIndex kept = d == nullptr ? -1 : mergeDuplicateKeys(entries, count, together ? d->keys : nullptr, together ? 2 * static_cast<size_t>(count) * sizeof(void *) : 0);
+        if (kept < 0) {
+            for (LUMIndex i = 0; i < count; i++) {
                 LUMRelease(entries[i].key);
                 LUMRelease(entries[i].value);
             }
+            if (d != nullptr) {
+                d->count = 0;
+                d->slotCount = 0;
+                LUMRelease(d);
+            }
+            return nullptr;
         }
-        if (d != nullptr) d->count = kept;
+        // Distinct keys into a new dictionary: slot order is their order.
+        for (LUMIndex i = 0; i < count; i++) {
+            d->keys[i] = i < kept ? entries[i].key : nullptr;
+            d->values[i] = i < kept ? entries[i].value : nullptr;
+        }
+        d->count = kept;
         return d;
     }
     // Anything else (a null key counts without a slot, for one) goes through
