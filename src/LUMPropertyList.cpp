@@ -13,6 +13,7 @@
 
 #include <cstddef>
 #include <clocale>
+#include <sys/mman.h>
 
 #include <LumBase/LUMArray.h>
 #include <LumBase/LUMBoolean.h>
@@ -109,6 +110,44 @@ int8_t transition(int32_t state, int32_t characterClass)
     // (or the table) before, as the automaton does.
     const int8_t *block = reinterpret_cast<const int8_t *>(&__kLUMPropertyListJSONTables);
     return block[128 + state * kClassCount + characterClass];
+}
+
+/* ---- Scratch blocks ------------------------------------------------------
+ * The reader's own stacks. Small ones come from the C library; from the
+ * size on which it treats a request as large they are mapped from the
+ * system instead. A large request makes the C library first merge every
+ * block freed before (a whole tree released since the last read, say), and
+ * freeing a large block raises the size from which it maps blocks itself
+ * and the size from which it gives memory back: either way the next trees
+ * would pay for the reader's scratch. */
+constexpr size_t kMappedScratchBytes = 126 * sizeof(size_t);
+
+void *mapScratch(size_t bytes)
+{
+    void *block = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return block == MAP_FAILED ? nullptr : block;
+}
+
+/* The block moved to newBytes, its first oldBytes kept; NULL without
+ * memory (the old block stays). */
+void *resizeScratch(void *block, size_t oldBytes, size_t newBytes)
+{
+    if (newBytes < kMappedScratchBytes) return realloc(block, newBytes);
+    if (oldBytes >= kMappedScratchBytes) {
+        void *moved = mremap(block, oldBytes, newBytes, MREMAP_MAYMOVE);
+        return moved == MAP_FAILED ? nullptr : moved;
+    }
+    void *mapped = mapScratch(newBytes);
+    if (mapped == nullptr) return nullptr;
+    if (oldBytes > 0) memcpy(mapped, block, oldBytes);
+    free(block);
+    return mapped;
+}
+
+void freeScratch(void *block, size_t bytes)
+{
+    if (bytes >= kMappedScratchBytes) munmap(block, bytes);
+    else free(block);
 }
 
 /* The text of the value being read. With a caller's allocator it is the
@@ -337,8 +376,8 @@ public:
             LUMRelease(entries_[i].key);
             LUMRelease(entries_[i].value);
         }
-        free(entries_);
-        free(frames_);
+        freeScratch(entries_, capacity_ * sizeof(Entry));
+        freeScratch(frames_, frameCapacity_ * sizeof(Frame));
         entries_ = nullptr;
         frames_ = nullptr;
         count_ = capacity_ = depth_ = frameCapacity_ = 0;
@@ -358,8 +397,8 @@ private:
     template <typename T>
     static bool grow(T *&block, size_t &capacity, size_t needed)
     {
-        size_t grown = lum::doubledCapacity<size_t>(capacity < 64 ? 64 : capacity, needed);
-        void *moved = realloc(block, grown * sizeof(T));
+        size_t grown = lum::doubledCapacity<size_t>(capacity < 16 ? 16 : capacity, needed);
+        void *moved = resizeScratch(block, capacity * sizeof(T), grown * sizeof(T));
         if (moved == nullptr) return false;
         block = static_cast<T *>(moved);
         capacity = grown;
