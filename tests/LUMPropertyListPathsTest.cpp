@@ -166,6 +166,9 @@ const std::vector<std::string> &TrickyDocuments()
         "[true,truex,nulll,t,fa,n]", "[-,-1,0,00,01,-01,-0.0e-0]", "{\"a\":tru", "[{\"k\":\"v\"}", "{\"k\":[\"v\"",
         "[\"x\"]", "[\"\"]", "{\"\":\"\"}", "[1,\"a\",true,{},[],null,\"\\u0041\"]",
         "[\"" + std::string(5000, 'h') + "\", \"" + std::string(4095, 'i') + "\", \"" + std::string(4096, 'j') + "\\n\"]",
+        // Integers at the edge of the shortcut to doubles, signed and not.
+        "[999999999999999,1000000000000000,-999999999999999,-1000000000000000,-0,0,7,-7,2147483648 ,99999999999999999999]",
+        "{\"a\":123456789012345,\"b\":-0,\"c\":1234567890123456 , \"d\":[-0 ,0]}",
     };
     return documents;
 }
@@ -218,6 +221,27 @@ TEST(LUMPropertyListPaths, TheBenchmarkDocumentsReadTheSameThroughBothBuffers)
         if (text.empty()) GTEST_SKIP() << "no benchmark corpus beside the repository";
         ExpectSameTrees(text, {}, name);
         ExpectSameTrees(text, {1, 1000, 1001, 5000, 5003, 77777}, std::string(name) + " with odd chunks");
+    }
+}
+
+TEST(LUMPropertyListPaths, LargeObjectsAndArraysReadTheSameThroughBothBuffers)
+{
+    // Objects past the size where duplicates are found through a table, with
+    // duplicates near and far; arrays and nesting past the reader's first
+    // stack blocks; keys of every length around the table's four-unit steps.
+    std::mt19937 random(1123);
+    for (int count : {15, 16, 17, 40, 64, 65, 300, 5000}) {
+        std::string document = "{";
+        for (int i = 0; i < count; i++) {
+            int key = static_cast<int>(random() % static_cast<unsigned>(count + count / 4 + 1));
+            document += CFormat("%s\"%s%d\":[%d,{\"x\":%d}]", i ? "," : "", std::string(static_cast<size_t>(key % 9), 'k').c_str(), key, i, key);
+        }
+        document += "}";
+        ExpectSameTrees(document, {}, CFormat("object of %d", count));
+        std::string nested;
+        for (int i = 0; i < count; i++) nested += i % 2 ? "{\"n\":[" : "[";
+        for (int i = count - 1; i >= 0; i--) nested += i % 2 ? "]}" : "]";
+        ExpectSameTrees(nested, {}, CFormat("nesting of %d", count));
     }
 }
 
