@@ -968,19 +968,6 @@ void takeRun(ParseContext &c, const UInt8 *p, const UInt8 *runEnd)
     if (c.state >= 7 || c.valueType != 0) c.buffer.appendBytes(p, runEnd - p);
 }
 
-/* After the first letter of true, false or null, the rest of the word when
- * the chunk holds it whole: each letter is appended and leads to the next
- * state, the last one to state 1. */
-const UInt8 *endOfLiteral(ParseContext &c, const UInt8 *p, const UInt8 *end)
-{
-    const char *rest = c.state == 20 ? "rue" : c.state == 23 ? "alse" : c.state == 27 ? "ull" : nullptr;
-    if (rest == nullptr) return p;
-    size_t length = strlen(rest);
-    if (static_cast<size_t>(end - p) < length || memcmp(p, rest, length) != 0) return p;
-    c.state = 1;
-    return p + length;
-}
-
 /* ---- Whole pieces at once ----------------------------------------------
  * With the private buffer, the pieces every document is made of are taken
  * whole when the chunk holds them: each leaves the state, the mode, the
@@ -1117,7 +1104,6 @@ void parseChunk(ParseContext &c, const UInt8 *p, const UInt8 *end)
         p = takePieces(c, p, end);
         if (p == nullptr || p == end) return; // on failure the rest of the chunk is dropped; the state stays
         const UInt8 *runEnd = endOfRun(c, p, end);
-        if (runEnd == p) runEnd = endOfLiteral(c, p, end);
         if (runEnd != p) {
             takeRun(c, p, runEnd);
             p = runEnd;
