@@ -6,6 +6,7 @@
  * at every chunk boundary and in a decimal-comma locale, and hold a
  * caller's allocator to the very calls it saw before.
  * Part of LumBase; MIT licence. */
+#include "support/LUMExactShape.h"
 #include "support/LUMTestSupport.h"
 
 #include <clocale>
@@ -18,67 +19,6 @@
 using namespace lumtest;
 
 namespace {
-
-/* Everything a reader's tree can differ in: retain counts, number kinds
- * and bits, every unit of every string, the dictionaries' counts and slot
- * order. */
-void AppendExactShape(LUMTypeRef value, std::string &out)
-{
-    if (value == nullptr) { out += "NULL"; return; }
-    if (value == kLUMNull) { out += "null"; return; }
-    if (value == kLUMBooleanTrue) { out += "true"; return; }
-    if (value == kLUMBooleanFalse) { out += "false"; return; }
-    LUMTypeID type = LUMGetTypeID(value);
-    out += CFormat("#%d", static_cast<int>(LUMGetRetainCount(value)));
-    if (type == LUMNumberGetTypeID()) {
-        auto number = static_cast<LUMNumberRef>(value);
-        if (LUMNumberIsFloatType(number)) {
-            double d = 0;
-            LUMNumberGetValue(number, kLUMNumberDoubleType, &d);
-            out += CFormat("d%a", d);
-        } else {
-            int64_t i = 0;
-            LUMNumberGetValue(number, kLUMNumberSInt64Type, &i);
-            out += CFormat("i%d:%lld", static_cast<int>(LUMNumberGetType(number)), static_cast<long long>(i));
-        }
-    } else if (type == LUMStringGetTypeID()) {
-        auto string = static_cast<LUMStringRef>(value);
-        out += "s";
-        std::vector<UniChar> units(static_cast<size_t>(LUMStringGetLength(string)));
-        LUMStringGetCharacters(string, LUMRangeMake(0, LUMStringGetLength(string)), units.data());
-        for (UniChar unit : units) out += CFormat("%x.", unit);
-    } else if (type == LUMArrayGetTypeID()) {
-        auto array = static_cast<LUMArrayRef>(value);
-        out += "[";
-        for (LUMIndex i = 0; i < LUMArrayGetCount(array); i++) {
-            AppendExactShape(LUMArrayGetValueAtIndex(array, i), out);
-            out += ",";
-        }
-        out += "]";
-    } else if (type == LUMDictionaryGetTypeID()) {
-        out += CFormat("{%d:", static_cast<int>(LUMDictionaryGetCount(static_cast<LUMDictionaryRef>(value))));
-        LUMDictionaryApplyFunction(
-            static_cast<LUMDictionaryRef>(value),
-            [](const void *key, const void *item, void *context) {
-                auto &text = *static_cast<std::string *>(context);
-                AppendExactShape(key, text);
-                text += ":";
-                AppendExactShape(item, text);
-                text += ",";
-            },
-            &out);
-        out += "}";
-    } else {
-        out += "?";
-    }
-}
-
-std::string ExactShape(LUMTypeRef value)
-{
-    std::string out;
-    AppendExactShape(value, out);
-    return out;
-}
 
 /* A stream that hands out its text in reads that never cross the split
  * positions (nor the reader's own 1024 bytes). */
