@@ -232,6 +232,12 @@ void __LUMStringFinalizeInstance(LUMTypeRef obj)
 {
     __LUMString *ptr = lum::object<__LUMString>(obj);
     forgetByteFormCursor(ptr);
+    // The null allocator frees nothing and is constant: text in the
+    // string's own block needs no call.
+    if (ptr->contentsDeallocator == kLUMAllocatorNull) {
+        ptr->buffer = nullptr;
+        return;
+    }
     if (ptr->buffer != nullptr) LUMAllocatorDeallocate(ptr->contentsDeallocator, ptr->buffer);
     ptr->buffer = nullptr;
     LUMRelease(ptr->contentsDeallocator);
