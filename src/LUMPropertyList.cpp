@@ -591,7 +591,7 @@ void placePrivately(ParseContext &c, LUMTypeRef value)
     if (c.mode == kModeTop || c.mode == kModeArray) {
         c.builder.place(nullptr, value);
     } else if (c.mode == kModeKey) {
-        LUMRelease(c.pendingKey);
+        if (c.pendingKey != nullptr) LUMRelease(c.pendingKey); // a key no value followed
         c.pendingKey = value;
     } else if (c.mode == kModeValue) {
         c.builder.place(c.pendingKey, value);
