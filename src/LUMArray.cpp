@@ -213,9 +213,7 @@ __LUMArray *createOneBlockArray(LUMAllocatorRef allocator, LUMIndex count, bool 
 {
     size_t slotBytes = static_cast<size_t>(count) * sizeof(void *);
     if (slotBytes > INT32_MAX) return nullptr;
-    auto *array = lum::object<__LUMArray>(lum::usesSystemAllocator(allocator)
-                                              ? lum::createSystemInstance(LUMArrayGetTypeID(), sizeof(__LUMArray) + slotBytes)
-                                              : lum::createInstance(allocator, LUMArrayGetTypeID(), slotBytes));
+    auto *array = lum::createFilledInstance<__LUMArray>(allocator, LUMArrayGetTypeID(), slotBytes);
     if (array != nullptr) {
         array->count = 0;
         array->capacityHint = isMutable ? 0 : count;

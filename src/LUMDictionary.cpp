@@ -349,9 +349,7 @@ __LUMDictionary *createOneBlockDictionary(LUMAllocatorRef allocator, LUMIndex co
 {
     size_t slotBytes = 2 * static_cast<size_t>(count) * sizeof(void *);
     if (slotBytes > INT32_MAX) return nullptr;
-    auto *d = lum::object<__LUMDictionary>(lum::usesSystemAllocator(allocator)
-                                               ? lum::createSystemInstance(LUMDictionaryGetTypeID(), sizeof(__LUMDictionary) + slotBytes)
-                                               : lum::createInstance(allocator, LUMDictionaryGetTypeID(), slotBytes));
+    auto *d = lum::createFilledInstance<__LUMDictionary>(allocator, LUMDictionaryGetTypeID(), slotBytes);
     if (d != nullptr) {
         d->count = 0;
         d->capacityHint = 0;

@@ -178,8 +178,7 @@ Boolean _LUMNumberInitializeModule(void) { return LUMNumberGetTypeID() != 0; }
 LUMNumberRef (LUMNumberCreate)(LUMAllocatorRef allocator, LUMNumberType type, const void *valuePtr)
 {
     bool isFloat = __LUMNumberTypeIsFloatType(type);
-    auto *n = lum::object<__LUMNumber>(lum::usesSystemAllocator(allocator) ? lum::createSystemInstance(LUMNumberGetTypeID(), sizeof(__LUMNumber))
-                                                                           : lum::createInstance(allocator, LUMNumberGetTypeID(), 0));
+    auto *n = lum::createFilledInstance<__LUMNumber>(allocator, LUMNumberGetTypeID());
     if (n == nullptr) return nullptr;
     n->type = type;
     if (isFloat) n->value.real = __LUMNumberGetFloatValue(type, valuePtr);

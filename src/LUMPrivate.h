@@ -361,6 +361,16 @@ inline LUMTypeRef createSystemInstance(LUMTypeID id, size_t bytes)
     base->allocator = kLUMAllocatorSystemDefault;
     return base;
 }
+
+/* A new instance of class id, its record T followed by extraBytes, for a
+ * creator that writes every field itself: from the system allocator as
+ * createSystemInstance makes it, from any other as createInstance does.
+ * NULL without memory. */
+template <typename T>
+T *createFilledInstance(LUMAllocatorRef allocator, LUMTypeID id, size_t extraBytes = 0)
+{
+    return object<T>(usesSystemAllocator(allocator) ? createSystemInstance(id, sizeof(T) + extraBytes) : createInstance(allocator, id, extraBytes));
+}
 } // namespace lum
 #endif
 

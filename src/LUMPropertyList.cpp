@@ -999,6 +999,24 @@ bool takeString(ParseContext &c, const UInt8 *open, const UInt8 *close)
     return endString(c, lum::createStringWithByteUnits(c.allocator, open + 1, close - open - 1));
 }
 
+/* A whole string at its opening quote p: past its closing quote, with
+ * taken telling whether the step succeeded; p when the chunk does not hold
+ * it whole or it holds an escape (the byte steps take it then). */
+const UInt8 *takeWholeString(ParseContext &c, const UInt8 *p, const UInt8 *end, bool &taken)
+{
+    const UInt8 *close = closingQuoteOf(p, end);
+    if (close == nullptr) return p;
+    taken = takeString(c, p, close);
+    return close + 1;
+}
+
+/* '{' or '[' where a value may start. */
+void openByByte(ParseContext &c, UInt8 byte)
+{
+    if (byte == '{') openObject(c);
+    else openArray(c);
+}
+
 /* true, false or null whole, at its first letter: the value type the first
  * letter sets, each letter appended, and state 1. */
 const UInt8 *takeLiteral(ParseContext &c, const UInt8 *p, const UInt8 *end)
@@ -1044,15 +1062,13 @@ const UInt8 *takePieces(ParseContext &c, const UInt8 *p, const UInt8 *end)
             p++;
         } else if (c.state == 5 || c.state == 6) {
             if (byte == '"') {
-                const UInt8 *close = closingQuoteOf(p, end);
-                if (close == nullptr) return p;
-                taken = takeString(c, p, close);
-                p = close + 1;
+                const UInt8 *q = takeWholeString(c, p, end, taken);
+                if (q == p) return p;
+                p = q;
             } else if (isDigitByte(byte) || byte == '-') {
                 p = takeNumberStart(c, p, end);
             } else if (byte == '{' || byte == '[') {
-                if (byte == '{') openObject(c);
-                else openArray(c);
+                openByByte(c, byte);
                 p++;
             } else if (byte == 't' || byte == 'f' || byte == 'n') {
                 const UInt8 *q = takeLiteral(c, p, end);
@@ -1066,10 +1082,9 @@ const UInt8 *takePieces(ParseContext &c, const UInt8 *p, const UInt8 *end)
             }
         } else if (c.state == 2 || c.state == 3) {
             if (byte == '"') {
-                const UInt8 *close = closingQuoteOf(p, end);
-                if (close == nullptr) return p;
-                taken = takeString(c, p, close);
-                p = close + 1;
+                const UInt8 *q = takeWholeString(c, p, end, taken);
+                if (q == p) return p;
+                p = q;
             } else if (byte == '}' && c.state == 2) {
                 taken = closeEmptyObject(c);
                 p++;
@@ -1080,8 +1095,7 @@ const UInt8 *takePieces(ParseContext &c, const UInt8 *p, const UInt8 *end)
             taken = takeColon(c);
             p++;
         } else if (c.state == 0 && (byte == '{' || byte == '[')) {
-            if (byte == '{') openObject(c);
-            else openArray(c);
+            openByByte(c, byte);
             p++;
         } else {
             return p;

@@ -371,9 +371,7 @@ __LUMString *createInstance(LUMAllocatorRef allocator)
 __LUMString *createOneBlockByteString(LUMAllocatorRef allocator, const UInt8 *bytes, LUMIndex numBytes, LUMStringEncoding encoding)
 {
     size_t textBytes = static_cast<size_t>(numBytes) + 1;
-    auto *ptr = lum::object<__LUMString>(lum::usesSystemAllocator(allocator)
-                                             ? lum::createSystemInstance(LUMStringGetTypeID(), sizeof(__LUMString) + textBytes)
-                                             : lum::createInstance(allocator, LUMStringGetTypeID(), textBytes));
+    auto *ptr = lum::createFilledInstance<__LUMString>(allocator, LUMStringGetTypeID(), textBytes);
     if (ptr == nullptr) return nullptr;
     ptr->capacity = 0;
     ptr->isMutable = 0;
@@ -555,9 +553,7 @@ __LUMString *createOneBlockUnitString(LUMAllocatorRef allocator, LUMIndex length
     // Units need their alignment; the record's size keeps it on every platform.
     static_assert(sizeof(__LUMString) % alignof(UniChar) == 0);
     size_t unitBytes = (static_cast<size_t>(length) + 1) * sizeof(UniChar);
-    auto *ptr = lum::object<__LUMString>(lum::usesSystemAllocator(allocator)
-                                             ? lum::createSystemInstance(LUMStringGetTypeID(), sizeof(__LUMString) + unitBytes)
-                                             : lum::createInstance(allocator, LUMStringGetTypeID(), unitBytes));
+    auto *ptr = lum::createFilledInstance<__LUMString>(allocator, LUMStringGetTypeID(), unitBytes);
     if (ptr == nullptr) return nullptr;
     ptr->capacity = 0;
     ptr->encoding = 0;

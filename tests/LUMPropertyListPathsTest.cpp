@@ -6,7 +6,7 @@
  * at every chunk boundary and in a decimal-comma locale, and hold a
  * caller's allocator to the very calls it saw before.
  * Part of LumBase; MIT licence. */
-#include "support/LUMExactShape.h"
+#include "support/LUMShapeReading.h"
 #include "support/LUMTestSupport.h"
 
 #include <clocale>
@@ -19,47 +19,6 @@
 using namespace lumtest;
 
 namespace {
-
-/* A stream that hands out its text in reads that never cross the split
- * positions (nor the reader's own 1024 bytes). */
-struct SplitText {
-    std::string text;
-    std::vector<size_t> splits;
-    size_t position = 0;
-};
-
-LUMReadStreamRef CreateSplitStream(LUMAllocatorRef allocator, SplitText &source)
-{
-    LUMReadStreamContext context = {};
-    context.info = &source;
-    context.hasBytesAvailable = [](LUMReadStreamRef, void *info) -> Boolean {
-        auto *s = static_cast<SplitText *>(info);
-        return s->position < s->text.size();
-    };
-    context.read = [](LUMReadStreamRef, UInt8 *buffer, LUMIndex length, void *info) -> LUMIndex {
-        auto *s = static_cast<SplitText *>(info);
-        size_t end = s->text.size();
-        for (size_t split : s->splits) {
-            if (split > s->position && split < end) end = split;
-        }
-        size_t count = std::min(end - s->position, static_cast<size_t>(length));
-        memcpy(buffer, s->text.data() + s->position, count);
-        s->position += count;
-        return static_cast<LUMIndex>(count);
-    };
-    return _LUMReadStreamCreateWithContext(allocator, &context);
-}
-
-std::string ReadShapeWith(LUMAllocatorRef allocator, const std::string &text, const std::vector<size_t> &splits = {})
-{
-    SplitText source{text, splits};
-    LUMReadStreamRef stream = CreateSplitStream(allocator, source);
-    LUMPropertyListRef plist = LUMPropertyListCreateWithStream(allocator, stream, 0, 0, nullptr, nullptr);
-    std::string shape = ExactShape(plist);
-    LUMRelease(plist);
-    LUMRelease(stream);
-    return shape;
-}
 
 /* The tree read through the private buffer and through the observed one. */
 void ExpectSameTrees(const std::string &text, const std::vector<size_t> &splits, const std::string &what)

@@ -7,46 +7,9 @@
  * Build and run with scripts/fuzz. Part of LumBase; MIT licence. */
 #include "FuzzSupport.h"
 
-#include "../support/LUMExactShape.h"
+#include "../support/LUMShapeReading.h"
 
 namespace {
-
-struct Reads {
-    std::string text;
-    size_t step;
-    size_t at;
-};
-
-LUMReadStreamRef CreateCutStream(LUMAllocatorRef allocator, Reads &reads)
-{
-    LUMReadStreamContext context = {};
-    context.info = &reads;
-    context.hasBytesAvailable = [](LUMReadStreamRef, void *info) -> Boolean {
-        auto *r = static_cast<Reads *>(info);
-        return r->at < r->text.size();
-    };
-    context.read = [](LUMReadStreamRef, UInt8 *buffer, LUMIndex length, void *info) -> LUMIndex {
-        auto *r = static_cast<Reads *>(info);
-        size_t count = r->text.size() - r->at;
-        if (r->step > 0 && count > r->step) count = r->step;
-        if (count > static_cast<size_t>(length)) count = static_cast<size_t>(length);
-        memcpy(buffer, r->text.data() + r->at, count);
-        r->at += count;
-        return static_cast<LUMIndex>(count);
-    };
-    return _LUMReadStreamCreateWithContext(allocator, &context);
-}
-
-std::string ShapeReadWith(LUMAllocatorRef allocator, const std::string &text, size_t step)
-{
-    Reads reads{text, step, 0};
-    LUMReadStreamRef stream = CreateCutStream(allocator, reads);
-    LUMPropertyListRef plist = LUMPropertyListCreateWithStream(allocator, stream, 0, 0, nullptr, nullptr);
-    std::string shape = lumtest::ExactShape(plist);
-    LUMRelease(plist);
-    LUMRelease(stream);
-    return shape;
-}
 
 /* Another allocator over malloc: the reader then reads the observed way. */
 LUMAllocatorRef WatchedAllocator()
@@ -74,7 +37,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size)
         step = 0;
         if (text.size() > lumfuzz::kReaderChunkBytes) text.resize(lumfuzz::kReaderChunkBytes);
     }
-    if (ShapeReadWith(kLUMAllocatorSystemDefault, text, step) != ShapeReadWith(WatchedAllocator(), text, step))
+    std::vector<size_t> splits;
+    for (size_t at = step; step > 0 && at < text.size(); at += step) splits.push_back(at);
+    if (lumtest::ReadShapeWith(kLUMAllocatorSystemDefault, text, splits) != lumtest::ReadShapeWith(WatchedAllocator(), text, splits))
         lumfuzz::Finding("the two ways of reading gave different trees");
     return 0;
 }

@@ -1,12 +1,17 @@
-/* LUMExactShape.h — a text of everything a property list tree can differ
- * in: retain counts, number kinds and bits, every unit of every string,
- * the dictionaries' counts and slot order. Shared by the tests and the
- * fuzz targets that hold two ways of reading to the same trees.
+/* LUMShapeReading.h — a text of everything a property list tree can differ
+ * in (retain counts, number kinds and bits, every unit of every string,
+ * the dictionaries' counts and slot order), and the tree a reader makes of
+ * a text handed out in reads cut where asked. Shared by the tests and the
+ * fuzz target that hold two ways of reading to the same trees.
  * Part of LumBase; MIT licence. */
-#ifndef LUMBASE_TESTS_EXACT_SHAPE_H
-#define LUMBASE_TESTS_EXACT_SHAPE_H
+#ifndef LUMBASE_TESTS_SHAPE_READING_H
+#define LUMBASE_TESTS_SHAPE_READING_H
 
 #include <LumBase.h>
+#include <LumBase/LUMInternal.h>
+
+#include <algorithm>
+#include <cstring>
 
 #include <cstdarg>
 #include <cstdio>
@@ -82,6 +87,48 @@ inline std::string ExactShape(LUMTypeRef value)
     std::string out;
     AppendExactShape(value, out);
     return out;
+}
+
+/* A stream that hands out its text in reads that never cross a split
+ * position (the splits ascending), nor the length the reader asks for. */
+struct SplitText {
+    std::string text;
+    std::vector<size_t> splits;
+    size_t position = 0;
+    size_t nextSplit = 0;
+};
+
+inline LUMReadStreamRef CreateSplitStream(LUMAllocatorRef allocator, SplitText &source)
+{
+    LUMReadStreamContext context = {};
+    context.info = &source;
+    context.hasBytesAvailable = [](LUMReadStreamRef, void *info) -> Boolean {
+        auto *s = static_cast<SplitText *>(info);
+        return s->position < s->text.size();
+    };
+    context.read = [](LUMReadStreamRef, UInt8 *buffer, LUMIndex length, void *info) -> LUMIndex {
+        auto *s = static_cast<SplitText *>(info);
+        while (s->nextSplit < s->splits.size() && s->splits[s->nextSplit] <= s->position) s->nextSplit++;
+        size_t end = s->nextSplit < s->splits.size() ? std::min(s->splits[s->nextSplit], s->text.size()) : s->text.size();
+        size_t count = std::min(end - s->position, static_cast<size_t>(length));
+        memcpy(buffer, s->text.data() + s->position, count);
+        s->position += count;
+        return static_cast<LUMIndex>(count);
+    };
+    return _LUMReadStreamCreateWithContext(allocator, &context);
+}
+
+/* The shape of the tree allocator's read of text makes, cut at splits. */
+inline std::string ReadShapeWith(LUMAllocatorRef allocator, const std::string &text, std::vector<size_t> splits = {})
+{
+    std::sort(splits.begin(), splits.end());
+    SplitText source{text, splits};
+    LUMReadStreamRef stream = CreateSplitStream(allocator, source);
+    LUMPropertyListRef plist = LUMPropertyListCreateWithStream(allocator, stream, 0, 0, nullptr, nullptr);
+    std::string shape = ExactShape(plist);
+    LUMRelease(plist);
+    LUMRelease(stream);
+    return shape;
 }
 
 } // namespace lumtest
