@@ -405,24 +405,6 @@ size_t bucketOf(LUMHashCode hash, size_t capacity);
 
 const UniChar *unitsOfKey(const void *key) { return static_cast<const UniChar *>(static_cast<const __LUMString *>(key)->buffer); }
 
-/* A hash of a unit string's text for the merge's own table, four units a
- * step; equal texts hash equally, which is all the table needs. */
-uint32_t hashOfUnits(const __LUMString *key)
-{
-    const UniChar *units = unitsOfKey(key);
-    size_t length = static_cast<size_t>(key->length);
-    uint64_t h = length * 0x9E3779B97F4A7C15ull;
-    size_t i = 0;
-    for (; i + 4 <= length; i += 4) {
-        uint64_t four;
-        memcpy(&four, units + i, sizeof(four));
-        h = (h ^ four) * 0xFF51AFD7ED558CCDull;
-        h ^= h >> 29;
-    }
-    for (; i < length; i++) h = (h ^ units[i]) * 0xC4CEB9FE1A85EC53ull;
-    return static_cast<uint32_t>(h ^ (h >> 32));
-}
-
 bool sameUnits(const __LUMString *a, const __LUMString *b)
 {
     return a->length == b->length && memcmp(unitsOfKey(a), unitsOfKey(b), static_cast<size_t>(a->length) * sizeof(UniChar)) == 0;
@@ -447,8 +429,8 @@ LUMIndex mergeDuplicateKeys(lum::KeyValue *entries, LUMIndex count, void *scratc
         return existing;
     };
     auto keyAt = [entries](LUMIndex i) { return static_cast<const __LUMString *>(entries[i].key); };
-    // Unit strings are hashed and compared by their units; other keys by
-    // LUMHash and LUMEqual, which give the same answers.
+    // Unit strings are compared by their units; other keys by LUMEqual,
+    // which gives the same answers.
     bool units = true;
     for (LUMIndex i = 0; i < count && units; i++) units = keyAt(i)->bufferType == _kLUMStringBufferTypeUniCharString;
     auto same = [units](const __LUMString *a, const __LUMString *b) {
@@ -473,7 +455,7 @@ LUMIndex mergeDuplicateKeys(lum::KeyValue *entries, LUMIndex count, void *scratc
     if (table == nullptr) return -1;
     for (LUMIndex i = 0; i < count; i++) {
         const __LUMString *key = keyAt(i);
-        size_t at = bucketOf(units ? hashOfUnits(key) : LUMHash(key), capacity);
+        size_t at = bucketOf(LUMHash(key), capacity);
         LUMIndex existing = kLUMNotFound;
         for (; table[at] != 0; at = (at + 1) & (capacity - 1)) {
             if (same(keyAt(static_cast<LUMIndex>(table[at] - 1)), key)) {
